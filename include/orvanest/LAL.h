@@ -1,0 +1,90 @@
+// Containers: the intrusive AVL tree and the two intrusive lists.
+//
+// A node is any structure of the caller's with a link at a byte offset fixed
+// when the container is made. The containers own no node and allocate nothing
+// after Create. Links are pointer-wide words:
+//   ldlist*  next, prev                   key word at link offset + 2 words
+//   lslist*  next                         key word at link offset + 1 word
+//   lavl*    parent, right, left, balance key word at link offset + 4 words
+// The key word (ULONG_PTR) is read only by the default search or comparison.
+#pragma once
+
+#include <orvanest/platform/win32.h>
+
+// Enumeration callback: called once per item in the container's order with
+// the caller's value and accumulator; non-zero goes on, 0 stops at once.
+typedef int (*LAL_ENUMPROC)(ULONG_PTR value, void* item, ULONG_PTR* accumulator);
+// Comparator: key or new node first. For lavl* negative, 0 or positive; for
+// the lists only the result 1 is a match.
+typedef int (*LAL_COMPAREPROC)(void* first, void* second);
+
+// ---- AVL tree ------------------------------------------------------------------
+
+// A new empty tree; compare may be null for the default comparison (the key
+// words subtracted as pointer-wide signed numbers). Raises L_CMemoryException
+// when memory runs out; never null.
+ORVANEST_EXPORT void* lavlCreate(DWORD linkOffset, LAL_COMPAREPROC compare);
+// Frees the tree's record, leaving its nodes alone; 1. Null tree: last error 6,
+// mark, 0.
+ORVANEST_EXPORT int lavlDestroy(void* tree);
+// Puts node in; 1. An equal node already there: last error LERR_AVLDUPLICATE,
+// mark, 0, and the tree is unchanged.
+ORVANEST_EXPORT int lavlIns(void* tree, void* node);
+// Takes node (which must be in this tree) out; 1. Null tree: last error 6,
+// mark, 0; an empty tree: mark, 0.
+ORVANEST_EXPORT int lavlDel(void* tree, void* node);
+// Mode 0 exact, 1 exact or the nearest above, 2 exact or the nearest below.
+// Result 0 exact match, 1 neighbour, 2 nothing (*node null), -1 bad argument
+// (LERR_INVALIDARG, mark, *node unchanged).
+ORVANEST_EXPORT int lavlSearch(void* tree, void* key, void** node, int mode);
+// The number of nodes; null tree: LERR_INVALIDARG, mark, 0xFFFFFFFF.
+ORVANEST_EXPORT DWORD lavlGetEntryNum(void* tree);
+// The smallest (end 0) or greatest (end -1) node of the subtree at start (null:
+// the whole tree); null with no mark for an empty tree or another end.
+ORVANEST_EXPORT void* lavlGetFirstNode(void* tree, void* start, ULONG_PTR end);
+// The next greater node (direction 1) or next smaller (any other); null with
+// no mark at either end.
+ORVANEST_EXPORT void* lavlGetNextNode(void* tree, void* node, int direction);
+// Calls callback on every node in ascending order; 1 at the end, 0 when the
+// callback stopped the walk.
+ORVANEST_EXPORT int lavlEnum(void* tree, ULONG_PTR value, LAL_ENUMPROC callback, ULONG_PTR* accumulator);
+
+// ---- doubly linked list -----------------------------------------------------------
+
+// A new empty list. Raises L_CMemoryException when memory runs out; never null.
+ORVANEST_EXPORT void* ldlistCreate(DWORD linkOffset);
+// Frees the record and its sentinels, leaving the nodes alone; 1. Null list:
+// last error 6, mark, 0.
+ORVANEST_EXPORT int ldlistDestroy(void* list);
+// Links node in at the front (after null), at the end (after -1) or behind the
+// node after; 1. A node `after` on an empty list: mark, 0.
+ORVANEST_EXPORT int ldlistIns(void* list, void* node, void* after);
+// Unlinks node through its own links; 1 (also for a null list, doing nothing).
+ORVANEST_EXPORT int ldlistDel(void* list, void* node);
+// The first node from the head whose key word equals key (no comparator) or
+// for which compare((void*)key, node) gives exactly 1; null with no mark.
+ORVANEST_EXPORT void* ldlistSearch(void* list, ULONG_PTR key, LAL_COMPAREPROC compare);
+ORVANEST_EXPORT UINT ldlistGetEntryNum(void* list);
+ORVANEST_EXPORT int ldlistEnum(void* list, ULONG_PTR value, LAL_ENUMPROC callback, ULONG_PTR* accumulator);
+// Index 0 the first node, -1 the last, else the node index steps on; null with
+// no mark on an empty list, mark and null when the index is out of range.
+ORVANEST_EXPORT void* ldlistGetFirstNode(void* list, UINT index);
+// The neighbour towards the tail (direction 1) or the head (any other); null
+// at the end, with no mark; a null node: mark, null.
+ORVANEST_EXPORT void* ldlistGetNextNode(void* list, void* node, int direction);
+// The node's place from 0; not in the list: mark, 0xFFFFFFFF.
+ORVANEST_EXPORT UINT ldlistGetNodeIndex(void* list, void* node);
+
+// ---- singly linked list -------------------------------------------------------------
+// The same operations; Del and backward steps walk from the head, and Del
+// gives 0 (with a mark) for a node that is not in the list.
+ORVANEST_EXPORT void* lslistCreate(DWORD linkOffset);
+ORVANEST_EXPORT int lslistDestroy(void* list);
+ORVANEST_EXPORT int lslistIns(void* list, void* node, void* after);
+ORVANEST_EXPORT int lslistDel(void* list, void* node);
+ORVANEST_EXPORT void* lslistSearch(void* list, ULONG_PTR key, LAL_COMPAREPROC compare);
+ORVANEST_EXPORT UINT lslistGetEntryNum(void* list);
+ORVANEST_EXPORT int lslistEnum(void* list, ULONG_PTR value, LAL_ENUMPROC callback, ULONG_PTR* accumulator);
+ORVANEST_EXPORT void* lslistGetFirstNode(void* list, UINT index);
+ORVANEST_EXPORT void* lslistGetNextNode(void* list, void* node, int direction);
+ORVANEST_EXPORT UINT lslistGetNodeIndex(void* list, void* node);

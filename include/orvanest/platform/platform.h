@@ -1,0 +1,7 @@
+// Everything the platform exports: the Win32 subset, the MFC subset and the
+// platform's own extensions.
+#pragma once
+
+#include "afx.h"
+#include "orvaext.h"
+#include "win32.h"
