@@ -201,3 +201,13 @@ SIZE_T GlobalSize(HGLOBAL hMem) {
     if (e == nullptr) SetLastError(ERROR_INVALID_HANDLE);
     return size;
 }
+
+SIZE_T OrvaGlobalLiveBlocks(void) {
+    size_t live = 0;
+    for (Shard& s : g_shards) {
+        s.Lock();
+        live += s.used;
+        s.Unlock();
+    }
+    return live;
+}

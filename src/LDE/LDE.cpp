@@ -45,7 +45,10 @@ int ldbgSetSourceInfo(struct tagLDE_SourceInfo* info) {
     HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, sizeof(RegistryNode));
     if (h == nullptr) LDE_THROW_MEMORY();
     auto* node = static_cast<RegistryNode*>(GlobalLock(h));
-    if (node == nullptr) LDE_THROW_MEMORY();
+    if (node == nullptr) {
+        GlobalFree(h);  // nothing may be left behind by a failed registration
+        LDE_THROW_MEMORY();
+    }
     node->table = info;
     return ldlistIns(g_sourceList, node, reinterpret_cast<void*>(~ULONG_PTR{0})) != 0 ? 1 : 0;
 }

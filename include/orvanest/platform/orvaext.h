@@ -48,6 +48,10 @@ ORVANEST_EXPORT void OrvaFaultReset(void);
 // How many failures op has injected on this thread since it was armed.
 ORVANEST_EXPORT DWORD OrvaFaultInjected(OrvaFaultOp op);
 
+// How many global-heap blocks are live in the process: tests compare it
+// before and after a run to see that nothing was left behind.
+ORVANEST_EXPORT SIZE_T OrvaGlobalLiveBlocks(void);
+
 // ---- message box handler --------------------------------------------------------
 typedef int (*ORVA_MSGBOXHANDLER)(HWND hWnd, LPCSTR lpText, LPCSTR lpCaption, UINT uType);
 // Replaces the handler of MessageBoxA (null: the default); gives the old one.

@@ -1,0 +1,305 @@
+// Both intrusive list families, through one conformance suite: the edge
+// cases of their shared interface, then a seeded random mix of operations
+// checked against std::list after every step, in both walking directions.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iterator>
+#include <list>
+#include <random>
+#include <vector>
+
+#include <orvanest/ORVANEST.h>
+
+namespace {
+
+void* const kAtEnd = reinterpret_cast<void*>(~ULONG_PTR{0});
+constexpr UINT kLast = 0xFFFFFFFFu;
+
+struct Family {
+    const char* name;
+    size_t linkWords;
+    bool constantTimeDel;  // ldlist unlinks without looking; lslist walks
+    void* (*create)(DWORD);
+    int (*destroy)(void*);
+    int (*ins)(void*, void*, void*);
+    int (*del)(void*, void*);
+    void* (*search)(void*, ULONG_PTR, LAL_COMPAREPROC);
+    UINT (*count)(void*);
+    int (*enumerate)(void*, ULONG_PTR, LAL_ENUMPROC, ULONG_PTR*);
+    void* (*first)(void*, UINT);
+    void* (*next)(void*, void*, int);
+    UINT (*index)(void*, void*);
+};
+
+const Family kFamilies[] = {
+    {"ldlist", 2, true, ldlistCreate, ldlistDestroy, ldlistIns, ldlistDel, ldlistSearch, ldlistGetEntryNum,
+     ldlistEnum, ldlistGetFirstNode, ldlistGetNextNode, ldlistGetNodeIndex},
+    {"lslist", 1, false, lslistCreate, lslistDestroy, lslistIns, lslistDel, lslistSearch, lslistGetEntryNum,
+     lslistEnum, lslistGetFirstNode, lslistGetNextNode, lslistGetNodeIndex},
+};
+
+// A node with room before the link, so a non-zero link offset is exercised.
+struct Node {
+    ULONG_PTR words[8];
+};
+
+class ListTest : public ::testing::TestWithParam<std::tuple<Family, DWORD>> {
+protected:
+    const Family& F() const { return std::get<0>(GetParam()); }
+    DWORD Offset() const { return std::get<1>(GetParam()); }
+    ULONG_PTR& Key(Node& n) const { return n.words[Offset() / sizeof(ULONG_PTR) + F().linkWords]; }
+
+    void SetUp() override {
+        liveBefore_ = OrvaGlobalLiveBlocks();
+        list_ = F().create(Offset());
+        nodes_.resize(64);
+        for (size_t i = 0; i < nodes_.size(); ++i) {
+            std::fill(std::begin(nodes_[i].words), std::end(nodes_[i].words), ULONG_PTR{0xCCCCCCCC});
+            Key(nodes_[i]) = 1000 + i;
+        }
+    }
+    void TearDown() override {
+        EXPECT_EQ(F().destroy(list_), 1);
+        EXPECT_EQ(OrvaGlobalLiveBlocks(), liveBefore_) << "record and sentinels freed";
+    }
+
+    // The list read forward and backward must both equal the model.
+    void ExpectSame(const std::list<Node*>& model) {
+        ASSERT_EQ(F().count(list_), model.size());
+        std::vector<Node*> forward, backward;
+        for (void* n = F().first(list_, 0); n != nullptr; n = F().next(list_, n, 1)) {
+            forward.push_back(static_cast<Node*>(n));
+            ASSERT_LE(forward.size(), model.size());
+        }
+        for (void* n = F().first(list_, kLast); n != nullptr; n = F().next(list_, n, 0)) {
+            backward.push_back(static_cast<Node*>(n));
+            ASSERT_LE(backward.size(), model.size());
+        }
+        std::vector<Node*> expected(model.begin(), model.end());
+        ASSERT_EQ(forward, expected);
+        std::reverse(expected.begin(), expected.end());
+        ASSERT_EQ(backward, expected);
+    }
+
+    void* list_ = nullptr;
+    std::vector<Node> nodes_;
+    SIZE_T liveBefore_ = 0;
+};
+
+int CollectUntil(ULONG_PTR stopAt, void* item, ULONG_PTR* acc) {
+    auto* seen = reinterpret_cast<std::vector<void*>*>(acc);
+    seen->push_back(item);
+    return seen->size() == stopAt ? 0 : 1;
+}
+
+int MatchKey(void* key, void* node) {
+    // The caller's own view of a node: find the word that equals the key.
+    auto* n = static_cast<Node*>(node);
+    for (ULONG_PTR w : n->words) {
+        if (w == reinterpret_cast<ULONG_PTR>(key)) return 1;
+    }
+    return 0;
+}
+int AlwaysTwo(void*, void*) { return 2; }
+
+TEST_P(ListTest, EmptyListAnswersWithoutMarks) {
+    EXPECT_EQ(F().first(list_, 0), nullptr);
+    EXPECT_EQ(F().first(list_, kLast), nullptr);
+    EXPECT_EQ(F().first(list_, 5), nullptr);
+    EXPECT_EQ(F().search(list_, 1000, nullptr), nullptr);
+    EXPECT_EQ(F().index(list_, &nodes_[0]), kLast);
+    std::vector<void*> seen;
+    EXPECT_EQ(F().enumerate(list_, 0, CollectUntil, reinterpret_cast<ULONG_PTR*>(&seen)), 1);
+    EXPECT_TRUE(seen.empty());
+    SetLastError(42);
+    EXPECT_EQ(F().ins(list_, &nodes_[0], &nodes_[1]), 0) << "behind a node on an empty list";
+    EXPECT_EQ(F().count(list_), 0u);
+    EXPECT_EQ(GetLastError(), 42u) << "a mark leaves the last error alone";
+}
+
+TEST_P(ListTest, InsertPlacesAndLastFollowsTheEnd) {
+    std::list<Node*> model;
+    ASSERT_EQ(F().ins(list_, &nodes_[0], kAtEnd), 1);  // on an empty list: the front
+    model.push_back(&nodes_[0]);
+    ASSERT_EQ(F().ins(list_, &nodes_[1], nullptr), 1);
+    model.push_front(&nodes_[1]);
+    ASSERT_EQ(F().ins(list_, &nodes_[2], &nodes_[0]), 1);  // behind the last node
+    model.push_back(&nodes_[2]);
+    ASSERT_EQ(F().ins(list_, &nodes_[3], kAtEnd), 1);  // so the end moved
+    model.push_back(&nodes_[3]);
+    ExpectSame(model);
+    EXPECT_EQ(F().first(list_, 2), &nodes_[2]);
+    EXPECT_EQ(F().first(list_, 3), F().first(list_, kLast));
+    SetLastError(42);
+    EXPECT_EQ(F().first(list_, 4), nullptr);
+    EXPECT_EQ(F().first(list_, 0xFFFFFFFEu), nullptr);
+    EXPECT_EQ(F().next(list_, nullptr, 1), nullptr);
+    EXPECT_EQ(GetLastError(), 42u);
+    EXPECT_EQ(F().next(list_, &nodes_[3], 1), nullptr);
+    EXPECT_EQ(F().next(list_, &nodes_[1], 0), nullptr);
+}
+
+TEST_P(ListTest, DeletingTheEndsKeepsAppendingRight) {
+    ASSERT_EQ(F().ins(list_, &nodes_[0], kAtEnd), 1);
+    ASSERT_EQ(F().del(list_, &nodes_[0]), 1);
+    EXPECT_EQ(F().first(list_, kLast), nullptr);
+    ASSERT_EQ(F().ins(list_, &nodes_[1], kAtEnd), 1);
+    ASSERT_EQ(F().ins(list_, &nodes_[2], kAtEnd), 1);
+    ASSERT_EQ(F().del(list_, &nodes_[2]), 1);
+    ASSERT_EQ(F().ins(list_, &nodes_[3], kAtEnd), 1);
+    ExpectSame({&nodes_[1], &nodes_[3]});
+}
+
+TEST_P(ListTest, SearchReadsTheKeyWordBehindTheLink) {
+    for (int i = 0; i < 5; ++i) ASSERT_EQ(F().ins(list_, &nodes_[i], kAtEnd), 1);
+    Key(nodes_[4]) = Key(nodes_[2]);
+    EXPECT_EQ(F().search(list_, Key(nodes_[2]), nullptr), &nodes_[2]) << "the first match from the head";
+    EXPECT_EQ(F().search(list_, 1003, nullptr), &nodes_[3]);
+    EXPECT_EQ(F().search(list_, 999, nullptr), nullptr);
+    EXPECT_EQ(F().search(list_, 1001, MatchKey), &nodes_[1]);
+    EXPECT_EQ(F().search(list_, 1001, AlwaysTwo), nullptr) << "only 1 is a match";
+}
+
+TEST_P(ListTest, EnumStopsWhenTheCallbackSaysSo) {
+    for (int i = 0; i < 5; ++i) ASSERT_EQ(F().ins(list_, &nodes_[i], kAtEnd), 1);
+    std::vector<void*> seen;
+    EXPECT_EQ(F().enumerate(list_, 2, CollectUntil, reinterpret_cast<ULONG_PTR*>(&seen)), 0);
+    EXPECT_EQ(seen, (std::vector<void*>{&nodes_[0], &nodes_[1]}));
+    seen.clear();
+    EXPECT_EQ(F().enumerate(list_, 99, CollectUntil, reinterpret_cast<ULONG_PTR*>(&seen)), 1);
+    EXPECT_EQ(seen.size(), 5u);
+}
+
+TEST_P(ListTest, ACallbackMayTakeItsOwnNodeOut) {
+    for (int i = 0; i < 6; ++i) ASSERT_EQ(F().ins(list_, &nodes_[i], kAtEnd), 1);
+    struct State {
+        const Family* f;
+        void* list;
+        int calls;
+    } state{&F(), list_, 0};
+    auto dropEven = [](ULONG_PTR, void* item, ULONG_PTR* acc) {
+        auto* s = reinterpret_cast<State*>(acc);
+        if (s->calls++ % 2 == 0) s->f->del(s->list, item);
+        return 1;
+    };
+    EXPECT_EQ(F().enumerate(list_, 0, dropEven, reinterpret_cast<ULONG_PTR*>(&state)), 1);
+    EXPECT_EQ(state.calls, 6);
+    ExpectSame({&nodes_[1], &nodes_[3], &nodes_[5]});
+}
+
+TEST_P(ListTest, NodesThatAreNotInTheList) {
+    ASSERT_EQ(F().ins(list_, &nodes_[0], kAtEnd), 1);
+    ASSERT_EQ(F().ins(list_, &nodes_[1], kAtEnd), 1);
+    SetLastError(42);
+    EXPECT_EQ(F().index(list_, &nodes_[9]), kLast);
+    if (!F().constantTimeDel) {
+        nodes_[9].words[Offset() / sizeof(ULONG_PTR)] = 0;
+        EXPECT_EQ(F().del(list_, &nodes_[9]), 0);
+        EXPECT_EQ(F().next(list_, &nodes_[9], 0), nullptr);
+        EXPECT_EQ(F().count(list_), 2u);
+    }
+    EXPECT_EQ(GetLastError(), 42u);
+    ExpectSame({&nodes_[0], &nodes_[1]});
+}
+
+TEST_P(ListTest, RandomMixMatchesStdList) {
+    std::mt19937 rng(20261123 + Offset());
+    std::list<Node*> model;
+    std::vector<bool> inList(nodes_.size(), false);
+    auto pick = [&](size_t n) { return static_cast<size_t>(rng() % n); };
+    auto member = [&](size_t k) {
+        auto it = model.begin();
+        std::advance(it, k);
+        return it;
+    };
+    for (int step = 0; step < 3000; ++step) {
+        size_t id = pick(nodes_.size());
+        Node* node = &nodes_[id];
+        switch (rng() % 8) {
+        case 0:
+        case 1:
+        case 2: {  // insert at the front, at the end or behind a member
+            if (inList[id]) break;
+            int where = rng() % 3;
+            if (where == 2 && model.empty()) where = 1;
+            if (where == 0) {
+                ASSERT_EQ(F().ins(list_, node, nullptr), 1);
+                model.push_front(node);
+            } else if (where == 1) {
+                ASSERT_EQ(F().ins(list_, node, kAtEnd), 1);
+                model.push_back(node);
+            } else {
+                auto it = member(pick(model.size()));
+                ASSERT_EQ(F().ins(list_, node, *it), 1);
+                model.insert(std::next(it), node);
+            }
+            inList[id] = true;
+            break;
+        }
+        case 3:
+        case 4: {  // delete a member
+            if (model.empty()) break;
+            auto it = member(pick(model.size()));
+            ASSERT_EQ(F().del(list_, *it), 1);
+            inList[*it - nodes_.data()] = false;
+            model.erase(it);
+            break;
+        }
+        case 5: {  // search by key and by comparator
+            void* expected = nullptr;
+            for (Node* n : model) {
+                if (Key(*n) == Key(*node)) {
+                    expected = n;
+                    break;
+                }
+            }
+            ASSERT_EQ(F().search(list_, Key(*node), nullptr), expected);
+            break;
+        }
+        case 6: {  // index of any node, position of any index
+            UINT expected = kLast, k = 0;
+            for (Node* n : model) {
+                if (n == node) expected = k;
+                ++k;
+            }
+            ASSERT_EQ(F().index(list_, node), expected);
+            UINT i = static_cast<UINT>(pick(model.size() + 2));
+            void* got = F().first(list_, i);
+            ASSERT_EQ(got, i < model.size() ? *member(i) : nullptr);
+            break;
+        }
+        default: {  // a step each way from a member
+            if (model.empty()) break;
+            auto it = member(pick(model.size()));
+            ASSERT_EQ(F().next(list_, *it, 1), std::next(it) == model.end() ? nullptr : *std::next(it));
+            ASSERT_EQ(F().next(list_, *it, 0), it == model.begin() ? nullptr : *std::prev(it));
+            break;
+        }
+        }
+        ASSERT_NO_FATAL_FAILURE(ExpectSame(model)) << "step " << step;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(BothFamilies, ListTest,
+                         ::testing::Combine(::testing::ValuesIn(kFamilies),
+                                            ::testing::Values(DWORD{0}, DWORD{2 * sizeof(ULONG_PTR)})),
+                         [](const auto& info) {
+                             return std::string(std::get<0>(info.param).name) + "_offset" +
+                                    std::to_string(std::get<1>(info.param));
+                         });
+
+TEST(ListEdges, NullListsAndTheDoublyLinkedShortcut) {
+    SetLastError(0);
+    EXPECT_EQ(ldlistDestroy(nullptr), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    SetLastError(0);
+    EXPECT_EQ(lslistDestroy(nullptr), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    SetLastError(42);
+    Node n{};
+    EXPECT_EQ(ldlistDel(nullptr, &n), 1) << "a null list is no error for the doubly linked Del";
+    EXPECT_EQ(GetLastError(), 42u);
+}
+
+}  // namespace

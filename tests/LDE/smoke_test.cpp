@@ -1,3 +1,0 @@
-#include <gtest/gtest.h>
-#include <orvanest/ORVANEST.h>
-TEST(Smoke, Loads) { EXPECT_STREQ(ldbgFindSource(0x00100000), ".\\LMM\\LMEM"); }
