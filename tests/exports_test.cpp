@@ -21,7 +21,11 @@ std::vector<std::string> ExportedNames(const char* file) {
         // "<address> <type> <name>"
         size_t first = s.find(' ');
         size_t second = first == std::string::npos ? first : s.find(' ', first + 1);
-        if (second != std::string::npos) names.push_back(s.substr(second + 1));
+        if (second == std::string::npos) continue;
+        std::string name = s.substr(second + 1);
+        // Symbols that a sanitizer build adds for its own bookkeeping.
+        if (name.rfind("__odr_asan", 0) == 0 || name.rfind("__asan", 0) == 0) continue;
+        names.push_back(name);
     }
     pclose(pipe);
     return names;
