@@ -18,6 +18,7 @@ namespace {
 constexpr DWORD kProcessorAmdX8664 = 8664;
 constexpr DWORD kProcessorArm = 0;
 
+// Fills the processor's fields.
 void FillProcessor(SYSTEM_INFO* info) {
 #if defined(__x86_64__)
     info->wProcessorArchitecture = PROCESSOR_ARCHITECTURE_AMD64;
@@ -44,21 +45,33 @@ void FillProcessor(SYSTEM_INFO* info) {
 #endif
 }
 
+// The processors online when first asked, one mask bit each as far as a
+// pointer-wide mask reaches.
+void FillCount(SYSTEM_INFO* info) {
+    long online = sysconf(_SC_NPROCESSORS_ONLN);
+    DWORD count = online > 0 ? static_cast<DWORD>(online) : 1;
+    constexpr DWORD kMaskBits = sizeof(DWORD_PTR) * 8;
+    info->dwNumberOfProcessors = count;
+    info->dwActiveProcessorMask = count >= kMaskBits ? ~DWORD_PTR{0} : (DWORD_PTR{1} << count) - 1;
+}
+
 }  // namespace
 
+// The processor facts are read once and copied from then on: cpuid can cost
+// microseconds in a virtual machine, reading the processor count means a
+// file, and callers ask for the page size on hot paths.
 void GetSystemInfo(LPSYSTEM_INFO lpSystemInfo) {
-    SYSTEM_INFO info;
-    std::memset(&info, 0, sizeof info);
-    FillProcessor(&info);
+    static const SYSTEM_INFO processor = [] {
+        SYSTEM_INFO p;
+        std::memset(&p, 0, sizeof p);
+        FillProcessor(&p);
+        FillCount(&p);
+        return p;
+    }();
+    SYSTEM_INFO info = processor;
     info.dwPageSize = static_cast<DWORD>(orva::sysfacts::PageSize());
     info.dwAllocationGranularity = static_cast<DWORD>(orva::sysfacts::Granularity());
     info.lpMinimumApplicationAddress = reinterpret_cast<LPVOID>(orva::sysfacts::kMinimumAddress);
     info.lpMaximumApplicationAddress = reinterpret_cast<LPVOID>(orva::sysfacts::kMaximumAddress);
-    long online = sysconf(_SC_NPROCESSORS_ONLN);
-    DWORD count = online > 0 ? static_cast<DWORD>(online) : 1;
-    info.dwNumberOfProcessors = count;
-    // One bit per processor, as far as a pointer-wide mask reaches.
-    constexpr DWORD kMaskBits = sizeof(DWORD_PTR) * 8;
-    info.dwActiveProcessorMask = count >= kMaskBits ? ~DWORD_PTR{0} : (DWORD_PTR{1} << count) - 1;
     *lpSystemInfo = info;
 }
