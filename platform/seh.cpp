@@ -284,6 +284,28 @@ void Chain(int sig, siginfo_t* info, void* raw) {
     if (sent) raise(sig);
 }
 
+// Asks one frame's filter. A C++ exception from the filter leaves through
+// the faulting code, as if that code had thrown it: the frame is asked again
+// by later faults, and the floating-point state goes back to the faulting
+// code's own.
+LONG AskFilter(Frame* frame, EXCEPTION_POINTERS* pointers, const ucontext_t* uc) {
+    frame->filtering = true;
+    LONG answer;
+    try {
+        answer = frame->filter(pointers, frame->param);
+    } catch (...) {
+        frame->filtering = false;
+        if (const auto* fp = uc->uc_mcontext.fpregs) {
+            WriteMxcsr(fp->mxcsr);
+            ClearX87Status();
+            WriteX87Control(fp->cwd);
+        }
+        throw;
+    }
+    frame->filtering = false;
+    return answer;
+}
+
 void OnFault(int sig, siginfo_t* info, void* raw) {
     const int savedErrno = errno;
     auto* uc = static_cast<ucontext_t*>(raw);
@@ -299,9 +321,7 @@ void OnFault(int sig, siginfo_t* info, void* raw) {
         EXCEPTION_POINTERS pointers = {&record, &context};
         for (Frame* frame = t_innermost; frame != nullptr; frame = frame->outer) {
             if (frame->filtering) continue;
-            frame->filtering = true;
-            LONG answer = frame->filter(&pointers, frame->param);
-            frame->filtering = false;
+            LONG answer = AskFilter(frame, &pointers, uc);
             if (answer < 0) {
                 WriteContext(context, uc);
                 errno = savedErrno;

@@ -76,6 +76,15 @@ ORVANEST_LEAF_EXCEPTION(L_CResourceException)
 
 // ---- filters and stop messages ------------------------------------------------------
 
+// A filter for a host's frames around code that touches virtual blocks
+// without committing them. An access violation inside the data of one of this
+// thread's blocks commits the page at the address and gives
+// EXCEPTION_CONTINUE_EXECUTION (-1), so the instruction runs again; 1 when the
+// commit gives null. An access violation anywhere else (another thread's
+// block, a block's header, no block) marks and gives EXCEPTION_CONTINUE_SEARCH
+// (0); any other exception gives 0 with no mark. A failed commit raises
+// L_CMemoryException, which leaves through the faulting code.
+ORVANEST_EXPORT int lexceptFilter(struct _EXCEPTION_POINTERS* info);
 // Shows nothing: a host that calls it from its filters sees only that it
 // returns.
 ORVANEST_EXPORT void lexceptDispInfo(struct _EXCEPTION_POINTERS* info);
@@ -106,6 +115,11 @@ ORVANEST_EXPORT int lsysIsWin32s(void);
 ORVANEST_EXPORT void lsysGetLocalTime(struct _SYSTEMTIME* time);
 // Copies the 8 bytes of the version text into info.
 ORVANEST_EXPORT void lsysGetOrvanestInfo(struct tagLSY_OrvanestInfo* info);
+// 4096 on Win32s, else the page size of GetSystemInfo; asked on every call.
+ORVANEST_EXPORT DWORD lsysGetPageSize(void);
+// 65536 on Win32s, else the allocation granularity of GetSystemInfo; asked on
+// every call.
+ORVANEST_EXPORT DWORD lsysGetAllocUnit(void);
 
 // Whether _isnan, or _finite, says so. Neither lets a trap out, whatever the
 // thread's control word, and both leave the control word as they found it.

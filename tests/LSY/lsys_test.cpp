@@ -54,6 +54,18 @@ TEST_F(LsysTest, Win32sFollowsTheTopBitOfTheVersion) {
     EXPECT_EQ(lsysIsWin32s(), 0);
 }
 
+// On this machine the system's answers happen to equal the Win32s ones; the
+// Win32s road is still taken and checked.
+TEST_F(LsysTest, PageSizeAndAllocUnitComeFromTheSystemOrAreWin32sFixed) {
+    SYSTEM_INFO info;
+    GetSystemInfo(&info);
+    EXPECT_EQ(lsysGetPageSize(), info.dwPageSize);
+    EXPECT_EQ(lsysGetAllocUnit(), info.dwAllocationGranularity);
+    OrvaSetWin32s(TRUE);
+    EXPECT_EQ(lsysGetPageSize(), 0x1000u);
+    EXPECT_EQ(lsysGetAllocUnit(), 0x10000u);
+}
+
 TEST_F(LsysTest, InfoIsTheVersionTextInEightBytes) {
     struct {
         tagLSY_OrvanestInfo info;

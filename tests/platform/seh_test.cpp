@@ -203,6 +203,44 @@ TEST(Seh, AFaultInsideAFilterSkipsThatFrame) {
     EXPECT_EQ(outer.handlerCalls, 1);
 }
 
+// Called through a pointer, so that the compiler keeps the handlers around
+// the call (it could prove a visible one-line store unable to throw).
+void StoreByte(char* p) { *static_cast<volatile char*>(p) = 1; }
+void (*volatile g_store)(char*) = StoreByte;
+
+TEST(Seh, AnExceptionFromAFilterLeavesThroughTheFaultingCode) {
+    Region region(2);
+    int filterCalls = 0;
+    int caught = 0;
+    unsigned int controlAtCatch = 0;
+    const unsigned int control = orvacrt::_control87(orvacrt::_RC_UP, orvacrt::_MCW_RC);
+    BOOL completed = OrvaTryExcept(
+        [&] {
+            try {
+                g_store(region.Page(0));
+            } catch (int value) {
+                EXPECT_EQ(value, 7);
+                controlAtCatch = orvacrt::_control87(0, 0);
+                ++caught;
+            }
+            g_store(region.Page(1));  // the frame is asked again
+        },
+        [&](EXCEPTION_POINTERS* info) -> LONG {
+            ++filterCalls;
+            if (info->ExceptionRecord->ExceptionInformation[1] == reinterpret_cast<ULONG_PTR>(region.Page(0))) {
+                throw 7;
+            }
+            region.Open(1);
+            return EXCEPTION_CONTINUE_EXECUTION;
+        },
+        [](const EXCEPTION_RECORD*) { ADD_FAILURE() << "handler ran"; });
+    orvacrt::_control87(orvacrt::_RC_NEAR, orvacrt::_MCW_RC);
+    EXPECT_EQ(completed, TRUE);
+    EXPECT_EQ(caught, 1);
+    EXPECT_EQ(filterCalls, 2);
+    EXPECT_EQ(controlAtCatch, control) << "the faulting code's rounding, not the handler's";
+}
+
 // Recursion that outruns the stack, inside a frame: the handler runs on the
 // alternate stack and the frame's handler gets an access violation.
 volatile bool g_deepEnough = false;  // never set: the recursion ends in a fault

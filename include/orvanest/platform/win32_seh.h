@@ -47,6 +47,14 @@
 //     the record, commit or protect memory, set a flag. A fault inside a
 //     filter is searched for in the thread's frames as any other, except that
 //     the frame whose filter is running is skipped.
+//   - A C++ exception thrown by a filter leaves through the faulting code as
+//     if that code had thrown it, with its floating-point state. The unwinder
+//     finds no landing pad at a faulting instruction, so the function that
+//     faults must have no cleanups or handlers of its own, and a caller's
+//     handler only sees the exception if the compiler could not prove the
+//     call unable to throw (a call through a pointer, or to another
+//     translation unit; a small function it can see is often proved so).
+//     Code built with -fnon-call-exceptions has neither limit.
 //   - A fault inside code that holds a lock (the C library's allocator, for
 //     one) must not be sent to a handler that uses that code again.
 //
