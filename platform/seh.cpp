@@ -8,18 +8,22 @@
 // return from the handler with the (possibly changed) registers written back
 // into the signal frame; running a handler is a siglongjmp to the frame;
 // searching past the outermost frame calls whatever handler was installed
-// before ours.
+// before ours. A C++ exception from a filter is not thrown through the signal
+// frame: the handler returns into a call made up at the faulting instruction,
+// which throws it again.
 //
-// The handlers run with SA_NODEFER and an empty mask, so the signal mask in a
-// handler is the one of the interrupted code; a jump out of it therefore needs
-// no saved mask, and frames cost no system call to enter.
+// Entering a frame costs no system call: the signal mask is not saved there.
+// A jump out of the handler puts back the mask of the interrupted code
+// instead, which is what the frame had unless the body changed it.
 #include <errno.h>
+#include <pthread.h>
 #include <setjmp.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <ucontext.h>
 #include <unistd.h>
 
+#include <exception>
 #include <mutex>
 
 #include <orvanest/platform/win32_seh.h>
@@ -30,19 +34,31 @@ using namespace orva::fpu;
 
 namespace {
 
+struct Dispatch;
+
 struct Frame {
     sigjmp_buf jump;
     ORVA_SEH_FILTER filter;
     void* param;
     Frame* outer;
-    bool filtering;            // its filter is running: skipped by a nested fault
+    Dispatch* dispatchAtEntry;  // the dispatches already running when it was entered
+    bool filtering;             // its filter is running: skipped by a nested fault
     uint32_t mxcsrAtEntry;     // the control bits that the handler runs with
     uint16_t x87AtEntry;
     uint32_t mxcsrAtFault;     // the status flags that the handler runs with
     EXCEPTION_RECORD record;   // what the filter saw, for the handler
 };
 
+// One handling of a fault, while it asks filters; a fault inside a filter
+// starts another on top. A jump to a frame abandons every dispatch that began
+// after the frame was entered, and with them the filters they were asking.
+struct Dispatch {
+    Frame* asking;
+    Dispatch* previous;
+};
+
 thread_local Frame* t_innermost = nullptr;
+thread_local Dispatch* t_dispatch = nullptr;
 
 // ---- installation -------------------------------------------------------------------
 
@@ -284,31 +300,68 @@ void Chain(int sig, siginfo_t* info, void* raw) {
     if (sent) raise(sig);
 }
 
-// Asks one frame's filter. A C++ exception from the filter leaves through
-// the faulting code, as if that code had thrown it: the frame is asked again
-// by later faults, and the floating-point state goes back to the faulting
-// code's own.
-LONG AskFilter(Frame* frame, EXCEPTION_POINTERS* pointers, const ucontext_t* uc) {
+// A C++ exception that a filter threw, on its way to the faulting code.
+thread_local std::exception_ptr t_pending;
+
+// Where the faulting code goes on after a filter threw: it looks to the
+// unwinder as if the faulting instruction had called this, which throws. The
+// call is made up in the interrupted context, so the exception leaves the
+// signal handler the ordinary way, by a return, and then starts afresh; the
+// stack it starts on has whatever alignment the faulting code had.
+[[noreturn]] [[gnu::noinline, gnu::force_align_arg_pointer]] void RethrowPending() {
+    std::exception_ptr pending = std::move(t_pending);
+    std::rethrow_exception(pending);
+}
+
+// Makes the interrupted context call RethrowPending from the faulting
+// instruction: the return address goes just below the stack pointer (into
+// the red zone of a function that is being abandoned) and points one byte
+// into the instruction, so that the unwinder looks up the faulting one.
+void RedirectToRethrow(ucontext_t* uc) {
+    greg_t* g = uc->uc_mcontext.gregs;
+    g[REG_RSP] -= static_cast<greg_t>(sizeof(greg_t));
+    *reinterpret_cast<greg_t*>(g[REG_RSP]) = g[REG_RIP] + 1;
+    g[REG_RIP] = reinterpret_cast<greg_t>(&RethrowPending);
+}
+
+// Asks one frame's filter: its answer, or kFilterThrew when it threw (the
+// exception is then pending for RethrowPending).
+constexpr LONG kFilterThrew = 2;
+
+LONG AskFilter(Dispatch* dispatch, Frame* frame, EXCEPTION_POINTERS* pointers) {
+    dispatch->asking = frame;
     frame->filtering = true;
     LONG answer;
     try {
         answer = frame->filter(pointers, frame->param);
+        if (answer > 0) answer = EXCEPTION_EXECUTE_HANDLER;
     } catch (...) {
-        frame->filtering = false;
-        if (const auto* fp = uc->uc_mcontext.fpregs) {
-            WriteMxcsr(fp->mxcsr);
-            ClearX87Status();
-            WriteX87Control(fp->cwd);
-        }
-        throw;
+        t_pending = std::current_exception();
+        answer = kFilterThrew;
     }
     frame->filtering = false;
+    dispatch->asking = nullptr;
     return answer;
+}
+
+// Before a jump to `target`: the filters that the abandoned dispatches were
+// asking are running no more.
+void AbandonDispatchesFor(const Frame* target) {
+    for (Dispatch* d = t_dispatch; d != nullptr && d != target->dispatchAtEntry; d = d->previous) {
+        if (d->asking != nullptr) d->asking->filtering = false;
+    }
+    t_dispatch = target->dispatchAtEntry;
 }
 
 void OnFault(int sig, siginfo_t* info, void* raw) {
     const int savedErrno = errno;
     auto* uc = static_cast<ucontext_t*>(raw);
+    // A fault inside a filter must be able to come in. Our handlers block
+    // nothing, but a layer in between (a sanitizer's wrapper) may block all.
+    sigset_t faults;
+    sigemptyset(&faults);
+    for (int signal : kSignals) sigaddset(&faults, signal);
+    pthread_sigmask(SIG_UNBLOCK, &faults, nullptr);
     // Filters run with every floating-point exception masked, whatever the
     // faulting code had set; the return from the handler restores its state.
     WriteMxcsr(kMxcsrDefault);
@@ -319,10 +372,21 @@ void OnFault(int sig, siginfo_t* info, void* raw) {
         Describe(sig, info, uc, &record, &context);
         const uint32_t mxcsrAtFault = context.MxCsr;
         EXCEPTION_POINTERS pointers = {&record, &context};
+        Dispatch dispatch = {nullptr, t_dispatch};
+        t_dispatch = &dispatch;
         for (Frame* frame = t_innermost; frame != nullptr; frame = frame->outer) {
             if (frame->filtering) continue;
-            LONG answer = AskFilter(frame, &pointers, uc);
+            LONG answer = AskFilter(&dispatch, frame, &pointers);
+            if (answer == kFilterThrew) {
+                // The exception leaves through the faulting code, which goes
+                // on with its own registers and floating-point state.
+                t_dispatch = dispatch.previous;
+                RedirectToRethrow(uc);
+                errno = savedErrno;
+                return;
+            }
             if (answer < 0) {
+                t_dispatch = dispatch.previous;
                 WriteContext(context, uc);
                 errno = savedErrno;
                 return;
@@ -330,10 +394,14 @@ void OnFault(int sig, siginfo_t* info, void* raw) {
             if (answer > 0) {
                 frame->record = record;
                 frame->mxcsrAtFault = mxcsrAtFault;
+                AbandonDispatchesFor(frame);
                 t_innermost = frame;
+                // The frame goes on with the signal mask of the faulting code.
+                pthread_sigmask(SIG_SETMASK, &uc->uc_sigmask, nullptr);
                 siglongjmp(frame->jump, 1);
             }
         }
+        t_dispatch = dispatch.previous;
     }
     errno = savedErrno;
     Chain(sig, info, raw);
@@ -349,6 +417,7 @@ BOOL OrvaSehTry(ORVA_SEH_BODY body, void* param, ORVA_SEH_FILTER filter, ORVA_SE
     frame.filter = filter;
     frame.param = param;
     frame.outer = t_innermost;
+    frame.dispatchAtEntry = t_dispatch;
     frame.filtering = false;
     frame.mxcsrAtEntry = ReadMxcsr();
     frame.x87AtEntry = ReadX87Control();

@@ -203,6 +203,40 @@ TEST(Seh, AFaultInsideAFilterSkipsThatFrame) {
     EXPECT_EQ(outer.handlerCalls, 1);
 }
 
+// A fault inside the outer filter is taken by the inner frame: the outer
+// filter's run is abandoned, and the outer frame must be asked again later.
+TEST(Seh, AFrameWhoseFilterWasAbandonedIsAskedAgain) {
+    Region region(3);
+    const auto at = [&](EXCEPTION_POINTERS* info, size_t page) {
+        return info->ExceptionRecord->ExceptionInformation[1] == reinterpret_cast<ULONG_PTR>(region.Page(page));
+    };
+    int outerFilterCalls = 0;
+    int innerHandler = 0;
+    int outerHandler = 0;
+    BOOL innerCompleted = 2;
+    BOOL completed = OrvaTryExcept(
+        [&] {
+            innerCompleted = OrvaTryExcept(
+                [&] { ReadByte(region.Page(0)); },
+                [&](EXCEPTION_POINTERS* info) -> LONG {
+                    return at(info, 1) ? EXCEPTION_EXECUTE_HANDLER : EXCEPTION_CONTINUE_SEARCH;
+                },
+                [&](const EXCEPTION_RECORD*) { ++innerHandler; });
+            ReadByte(region.Page(2));
+        },
+        [&](EXCEPTION_POINTERS* info) -> LONG {
+            ++outerFilterCalls;
+            if (at(info, 0)) ReadByte(region.Page(1));  // taken by the inner frame
+            return EXCEPTION_EXECUTE_HANDLER;
+        },
+        [&](const EXCEPTION_RECORD*) { ++outerHandler; });
+    EXPECT_EQ(innerCompleted, FALSE);
+    EXPECT_EQ(innerHandler, 1);
+    EXPECT_EQ(completed, FALSE);
+    EXPECT_EQ(outerFilterCalls, 2);
+    EXPECT_EQ(outerHandler, 1);
+}
+
 // Called through a pointer, so that the compiler keeps the handlers around
 // the call (it could prove a visible one-line store unable to throw).
 void StoreByte(char* p) { *static_cast<volatile char*>(p) = 1; }
@@ -346,6 +380,8 @@ TEST(SehDeathTest, SearchPastTheOutermostFrameEndsInTheDefaultAction) {
 #if defined(__SANITIZE_ADDRESS__)
     // The sanitizer's handler was there first, and reports.
     EXPECT_DEATH(DeclineWithDefaultHandler(), "AddressSanitizer: SEGV");
+#elif defined(__SANITIZE_THREAD__)
+    EXPECT_DEATH(DeclineWithDefaultHandler(), "ThreadSanitizer: SEGV");
 #else
     EXPECT_EXIT(DeclineWithDefaultHandler(), testing::KilledBySignal(SIGSEGV), "");
 #endif

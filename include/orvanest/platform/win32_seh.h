@@ -38,29 +38,38 @@
 //     destructors. Keep such objects outside the body, or make sure nothing
 //     relies on their destruction. A C++ exception that leaves the body passes
 //     through OrvaSehTry normally (the frame is taken off first).
-//   - The handler runs with the floating-point control bits (exception masks,
-//     rounding, precision, flush-to-zero) as they were when the frame was
-//     entered, and the SSE status flags as they were at the fault; the x87
-//     status is cleared, so that no pending x87 exception fires later.
+//   - The handler runs with the signal mask of the faulting code, with the
+//     floating-point control bits (exception masks, rounding, precision,
+//     flush-to-zero) as they were when the frame was entered, and with the
+//     SSE status flags as they were at the fault; the x87 status is cleared,
+//     so that no pending x87 exception fires later.
 //   - A filter runs inside a signal handler, with the floating-point unit in
 //     its default state (all exceptions masked). It should do little: look at
 //     the record, commit or protect memory, set a flag. A fault inside a
 //     filter is searched for in the thread's frames as any other, except that
 //     the frame whose filter is running is skipped.
 //   - A C++ exception thrown by a filter leaves through the faulting code as
-//     if that code had thrown it, with its floating-point state. The unwinder
-//     finds no landing pad at a faulting instruction, so the function that
-//     faults must have no cleanups or handlers of its own, and a caller's
-//     handler only sees the exception if the compiler could not prove the
-//     call unable to throw (a call through a pointer, or to another
-//     translation unit; a small function it can see is often proved so).
-//     Code built with -fnon-call-exceptions has neither limit.
+//     if that code had thrown it, with that code's registers, signal mask and
+//     floating-point state: the signal handler returns into a made-up call
+//     from the faulting instruction (its return address takes the 8 bytes
+//     below the stack pointer, so this cannot follow a stack overflow), and
+//     the exception is thrown again from there. The unwinder finds no landing
+//     pad at a faulting instruction, so the function that faults must have
+//     no cleanups or handlers of its own, and a caller's handler only sees the
+//     exception if the compiler could not prove the call unable to throw (a
+//     call through a pointer, or to another translation unit; a small
+//     function it can see is often proved so). Code built with
+//     -fnon-call-exceptions has neither limit. Throwing allocates inside the
+//     signal handler, which ThreadSanitizer reports as a signal-unsafe call.
 //   - A fault inside code that holds a lock (the C library's allocator, for
 //     one) must not be sent to a handler that uses that code again.
 //
 // Sanitizers: AddressSanitizer must let the platform install its handlers,
 // which it does by default (allow_user_segv_handler=1); its report still comes
-// when no frame takes a fault. ThreadSanitizer and plain builds need nothing.
+// when no frame takes a fault. ThreadSanitizer needs nothing; its wrapper
+// blocks every signal while a handler runs, so the handlers unblock the three
+// fault signals themselves (a fault inside a filter must come in) and a jump
+// to a frame restores the faulting code's mask.
 // Under valgrind, resuming after a commit needs
 // --vex-iropt-register-updates=allregs-at-mem-access.
 #pragma once
