@@ -251,18 +251,6 @@ TEST_F(FpuTest, UnmaskedExceptionsTrapWithTheirCodeAndCause) {
     }
 }
 
-TEST_F(FpuTest, FpieeeFltLeavesOtherCodesToTheSearch) {
-    t_trapHandlerCalls = 0;
-    EXCEPTION_RECORD record = {};
-    CONTEXT context = {};
-    EXCEPTION_POINTERS pointers = {&record, &context};
-    for (DWORD code : {EXCEPTION_ACCESS_VIOLATION, EXCEPTION_INT_DIVIDE_BY_ZERO, DWORD{0}}) {
-        record.ExceptionCode = code;
-        EXPECT_EQ(_fpieee_flt(code, &pointers, KeepRecord), EXCEPTION_CONTINUE_SEARCH) << code;
-    }
-    EXPECT_EQ(t_trapHandlerCalls, 0);
-}
-
 // A trap handler that says "continue" gets the masked default result: the
 // exception is masked in the context, and stays masked afterwards.
 TEST_F(FpuTest, ContinuingATrapGivesTheMaskedResult) {
@@ -328,22 +316,6 @@ TEST_F(FpuTest, InjectedTrapsInFpclassAreRealTraps) {
         EXPECT_EQ(_control87(0, 0), before) << c.what;
         EXPECT_EQ(_fpclass(1.0), _FPCLASS_PN) << c.what << ": transient";
     }
-}
-
-TEST_F(FpuTest, AResumedInjectedTrapStillClassifiesAndRestoresTheControlWord) {
-    const unsigned int before = _control87(0, 0);
-    t_trapAnswer = EXCEPTION_CONTINUE_EXECUTION;
-    OrvaFaultArm(ORVA_FAULT_FPCLASS, 1, EXCEPTION_FLT_OVERFLOW, FALSE);
-    int fpClass = 0;
-    BOOL completed = OrvaTryExcept(
-        [&] { fpClass = _fpclass(-0.0); },
-        [](EXCEPTION_POINTERS* info) -> LONG {
-            return _fpieee_flt(info->ExceptionRecord->ExceptionCode, info, KeepRecord);
-        },
-        [](const EXCEPTION_RECORD*) {});
-    EXPECT_EQ(completed, TRUE);
-    EXPECT_EQ(fpClass, _FPCLASS_NZ);
-    EXPECT_EQ(_control87(0, 0), before);
 }
 
 }  // namespace

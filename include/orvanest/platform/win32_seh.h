@@ -159,7 +159,8 @@ typedef void (*ORVA_SEH_HANDLER)(const EXCEPTION_RECORD* record, void* param);
 // and handler(record, param) has run (handler may be null). The first call on
 // a thread gives the thread an alternate signal stack when it has none, so
 // that a stack overflow can be reported; the first call in the process
-// installs the signal handlers.
+// installs the signal handlers, keeping the ones they replace to pass faults
+// on to. A handler that someone installs later takes the faults instead.
 ORVANEST_EXPORT BOOL OrvaSehTry(ORVA_SEH_BODY body, void* param, ORVA_SEH_FILTER filter, ORVA_SEH_HANDLER handler);
 
 // The same with callables:
