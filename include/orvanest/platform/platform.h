@@ -5,3 +5,8 @@
 #include "afx.h"
 #include "orvaext.h"
 #include "win32.h"
+#include "crt_float.h"
+#include "win32_format.h"
+#include "win32_memory.h"
+#include "win32_seh.h"
+#include "win32_system.h"
