@@ -1,48 +1,48 @@
 // lavl* against the ordered containers a user would pick instead: the
 // intrusive AVL set (normal-link base hook, the same 32-byte link plus key)
-// and std::set. Keys are the even numbers 2..2N inserted in shuffled order;
-// nearest-neighbour probes use odd keys, so they never match exactly.
-//
-// Insertion and deletion time a whole fill or emptying per iteration (manual
-// time, so that the untimed rebuild does not count); searches and the walk run
-// against one filled container. Every figure is per element.
-#include <benchmark/benchmark.h>
-
-#include <algorithm>
+// and std::set. Keys are the even numbers 2..2N inserted in shuffled order,
+// with the nodes laid out in that order; nearest-neighbour probes use odd
+// keys, so they never match exactly: "above" is lavlSearch mode 1 against
+// lower_bound, "below" is mode 2 against the element before upper_bound.
+// The comparator form of lavl* runs beside the default where the comparison
+// dominates (insertion and exact search).
 #include <boost/intrusive/avl_set.hpp>
-#include <chrono>
-#include <random>
 #include <set>
-#include <string>
-#include <vector>
 
 #include <orvanest/ORVANEST.h>
 
+#include "container_bench.h"
+
 namespace bi = boost::intrusive;
+using namespace container_bench;
 
 namespace {
 
-std::vector<ULONG_PTR> Shuffled(size_t n, ULONG_PTR first, unsigned seed) {
+std::vector<ULONG_PTR> ShuffledKeys(size_t n) {
     std::vector<ULONG_PTR> keys(n);
-    for (size_t i = 0; i < n; ++i) keys[i] = first + 2 * i;
-    std::shuffle(keys.begin(), keys.end(), std::mt19937(seed));
+    for (size_t i = 0; i < n; ++i) keys[i] = 2 * i + 2;
+    std::shuffle(keys.begin(), keys.end(), std::mt19937(1));
     return keys;
 }
 
-// ---- the three peers behind one interface ---------------------------------------------
-
-int CompareKeys(void* first, void* second);
+// ---- the three peers ---------------------------------------------------------------
 
 struct LavlNode {
     void* link[4];
     ULONG_PTR key;
 };
 
+int CompareKeys(void* first, void* second) {
+    ULONG_PTR a = static_cast<LavlNode*>(first)->key, b = static_cast<LavlNode*>(second)->key;
+    return a < b ? -1 : (a > b ? 1 : 0);
+}
+
 template <bool kComparator>
 class Lavl {
 public:
-    explicit Lavl(const std::vector<ULONG_PTR>& keys) : nodes_(keys.size()) {
-        for (size_t i = 0; i < keys.size(); ++i) nodes_[i].key = keys[i];
+    explicit Lavl(size_t n) : nodes_(n) {
+        std::vector<ULONG_PTR> keys = ShuffledKeys(n);
+        for (size_t i = 0; i < n; ++i) nodes_[i].key = keys[i];
         Reset();
     }
     ~Lavl() { lavlDestroy(tree_); }
@@ -53,14 +53,9 @@ public:
     void InsertAll() {
         for (LavlNode& n : nodes_) lavlIns(tree_, &n);
     }
+    void PrepareDelete() {}
     void DeleteAll(const std::vector<size_t>& order) {
         for (size_t i : order) lavlDel(tree_, &nodes_[i]);
-    }
-    void* Find(ULONG_PTR key, int mode) {
-        probe_.key = key;
-        void* found;
-        lavlSearch(tree_, &probe_, &found, mode);
-        return found;
     }
     void* Exact(ULONG_PTR key) { return Find(key, 0); }
     void* Above(ULONG_PTR key) { return Find(key, 1); }
@@ -73,14 +68,33 @@ public:
     }
 
 private:
+    void* Find(ULONG_PTR key, int mode) {
+        probe_.key = key;
+        void* found;
+        lavlSearch(tree_, &probe_, &found, mode);
+        return found;
+    }
+
     std::vector<LavlNode> nodes_;
     LavlNode probe_{};
     void* tree_ = nullptr;
 };
 
-int CompareKeys(void* first, void* second) {
-    ULONG_PTR a = static_cast<LavlNode*>(first)->key, b = static_cast<LavlNode*>(second)->key;
-    return a < b ? -1 : (a > b ? 1 : 0);
+// The queries of both standard-shaped sets.
+template <class Set>
+auto* ExactIn(Set& set, ULONG_PTR key) {
+    auto it = set.find(key);
+    return it == set.end() ? nullptr : &*it;
+}
+template <class Set>
+auto* AboveIn(Set& set, ULONG_PTR key) {
+    auto it = set.lower_bound(key);
+    return it == set.end() ? nullptr : &*it;
+}
+template <class Set>
+auto* BelowIn(Set& set, ULONG_PTR key) {
+    auto it = set.upper_bound(key);
+    return it == set.begin() ? nullptr : &*--it;
 }
 
 struct HookedNode : bi::avl_set_base_hook<bi::link_mode<bi::normal_link>> {
@@ -90,33 +104,25 @@ struct KeyOfHooked {
     typedef ULONG_PTR type;
     const type& operator()(const HookedNode& n) const { return n.key; }
 };
-using HookedSet = bi::avl_set<HookedNode, bi::key_of_value<KeyOfHooked>>;
 
 class Intrusive {
 public:
-    explicit Intrusive(const std::vector<ULONG_PTR>& keys) : nodes_(keys.size()) {
-        for (size_t i = 0; i < keys.size(); ++i) nodes_[i].key = keys[i];
+    explicit Intrusive(size_t n) : nodes_(n) {
+        std::vector<ULONG_PTR> keys = ShuffledKeys(n);
+        for (size_t i = 0; i < n; ++i) nodes_[i].key = keys[i];
     }
     ~Intrusive() { set_.clear(); }
     void Reset() { set_.clear(); }
     void InsertAll() {
         for (HookedNode& n : nodes_) set_.insert(n);
     }
+    void PrepareDelete() {}
     void DeleteAll(const std::vector<size_t>& order) {
         for (size_t i : order) set_.erase(set_.iterator_to(nodes_[i]));
     }
-    const HookedNode* Exact(ULONG_PTR key) {
-        auto it = set_.find(key);
-        return it == set_.end() ? nullptr : &*it;
-    }
-    const HookedNode* Above(ULONG_PTR key) {
-        auto it = set_.lower_bound(key);
-        return it == set_.end() ? nullptr : &*it;
-    }
-    const HookedNode* Below(ULONG_PTR key) {
-        auto it = set_.upper_bound(key);
-        return it == set_.begin() ? nullptr : &*--it;
-    }
+    const HookedNode* Exact(ULONG_PTR key) { return ExactIn(set_, key); }
+    const HookedNode* Above(ULONG_PTR key) { return AboveIn(set_, key); }
+    const HookedNode* Below(ULONG_PTR key) { return BelowIn(set_, key); }
     ULONG_PTR Walk() {
         ULONG_PTR sum = 0;
         for (const HookedNode& n : set_) sum += n.key;
@@ -125,12 +131,12 @@ public:
 
 private:
     std::vector<HookedNode> nodes_;
-    HookedSet set_;
+    bi::avl_set<HookedNode, bi::key_of_value<KeyOfHooked>> set_;
 };
 
 class StdSet {
 public:
-    explicit StdSet(const std::vector<ULONG_PTR>& keys) : keys_(keys) {}
+    explicit StdSet(size_t n) : keys_(ShuffledKeys(n)) {}
     void Reset() {
         set_.clear();
         where_.clear();
@@ -138,25 +144,17 @@ public:
     void InsertAll() {
         for (ULONG_PTR k : keys_) set_.insert(k);
     }
-    void DeleteAll(const std::vector<size_t>& order) {
-        for (size_t i : order) set_.erase(where_[i]);
-    }
-    void Remember() {
+    // Erasing a given element takes its iterator, gathered untimed.
+    void PrepareDelete() {
         where_.clear();
         for (ULONG_PTR k : keys_) where_.push_back(set_.find(k));
     }
-    const ULONG_PTR* Exact(ULONG_PTR key) {
-        auto it = set_.find(key);
-        return it == set_.end() ? nullptr : &*it;
+    void DeleteAll(const std::vector<size_t>& order) {
+        for (size_t i : order) set_.erase(where_[i]);
     }
-    const ULONG_PTR* Above(ULONG_PTR key) {
-        auto it = set_.lower_bound(key);
-        return it == set_.end() ? nullptr : &*it;
-    }
-    const ULONG_PTR* Below(ULONG_PTR key) {
-        auto it = set_.upper_bound(key);
-        return it == set_.begin() ? nullptr : &*--it;
-    }
+    const ULONG_PTR* Exact(ULONG_PTR key) { return ExactIn(set_, key); }
+    const ULONG_PTR* Above(ULONG_PTR key) { return AboveIn(set_, key); }
+    const ULONG_PTR* Below(ULONG_PTR key) { return BelowIn(set_, key); }
     ULONG_PTR Walk() {
         ULONG_PTR sum = 0;
         for (ULONG_PTR k : set_) sum += k;
@@ -169,55 +167,14 @@ private:
     std::vector<std::set<ULONG_PTR>::iterator> where_;
 };
 
-// Deleting from a std::set needs its iterators; the others take the node.
-template <class C>
-void BeforeDelete(C&) {}
-template <>
-void BeforeDelete(StdSet& c) {
-    c.Remember();
-}
-
-// ---- the measurements ---------------------------------------------------------------
-
-using Clock = std::chrono::steady_clock;
-
-template <class C>
-void Insert(benchmark::State& state) {
-    size_t n = static_cast<size_t>(state.range(0));
-    C c(Shuffled(n, 2, 1));
-    for (auto _ : state) {
-        auto start = Clock::now();
-        c.InsertAll();
-        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
-        c.Reset();
-    }
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(n));
-}
-
-template <class C>
-void Delete(benchmark::State& state) {
-    size_t n = static_cast<size_t>(state.range(0));
-    C c(Shuffled(n, 2, 1));
-    std::vector<size_t> order(n);
-    for (size_t i = 0; i < n; ++i) order[i] = i;
-    std::shuffle(order.begin(), order.end(), std::mt19937(2));
-    for (auto _ : state) {
-        c.InsertAll();
-        BeforeDelete(c);
-        auto start = Clock::now();
-        c.DeleteAll(order);
-        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
-        c.Reset();
-    }
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(n));
-}
+// ---- searches -------------------------------------------------------------------------
 
 enum Probe { kExact, kAbove, kBelow };
 
 template <class C, Probe kProbe>
 void Search(benchmark::State& state) {
     size_t n = static_cast<size_t>(state.range(0));
-    C c(Shuffled(n, 2, 1));
+    C c(n);
     c.InsertAll();
     // Exact probes are keys drawn at random; neighbour probes are odd numbers
     // 1..2N+1, below, between and above the keys. The stream is long enough
@@ -238,24 +195,6 @@ void Search(benchmark::State& state) {
     c.Reset();
 }
 
-template <class C>
-void Walk(benchmark::State& state) {
-    size_t n = static_cast<size_t>(state.range(0));
-    C c(Shuffled(n, 2, 1));
-    c.InsertAll();
-    for (auto _ : state) benchmark::DoNotOptimize(c.Walk());
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(n));
-    c.Reset();
-}
-
-void Add(const char* name, void (*fn)(benchmark::State&), bool manualTime = false) {
-    auto* b = benchmark::RegisterBenchmark(name, fn);
-    b->Arg(1000)->Arg(100000);
-    if (manualTime) b->UseManualTime();
-}
-
-// Peers side by side under one name; the comparator form of lavl* where the
-// comparison dominates.
 const int g_registered = [] {
     Add("Insert/lavl", Insert<Lavl<false>>, true);
     Add("Insert/avl_set", Insert<Intrusive>, true);

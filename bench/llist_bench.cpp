@@ -1,23 +1,17 @@
 // ldlist* against the lists a user would pick instead: the intrusive list
 // (normal-link base hook, the same two-word link plus key) and std::list.
-//
-// Insertion appends N nodes to an empty list and deletion unlinks them in
-// shuffled order, both timed by hand per whole pass so that the untimed
-// refill does not count; the walk steps through a filled list. Every figure
-// is per element.
-#include <benchmark/benchmark.h>
-
-#include <algorithm>
+// Insertion appends N nodes to an empty list (ldlistIns with -1 against
+// push_back), deletion unlinks them in shuffled order, and the walk steps
+// through a filled list (ldlistGetFirstNode, then ldlistGetNextNode).
 #include <boost/intrusive/list.hpp>
-#include <chrono>
 #include <list>
-#include <random>
-#include <string>
-#include <vector>
 
 #include <orvanest/ORVANEST.h>
 
+#include "container_bench.h"
+
 namespace bi = boost::intrusive;
+using namespace container_bench;
 
 namespace {
 
@@ -41,6 +35,7 @@ public:
     void InsertAll() {
         for (DlistNode& n : nodes_) ldlistIns(list_, &n, kAtEnd);
     }
+    void PrepareDelete() {}
     void DeleteAll(const std::vector<size_t>& order) {
         for (size_t i : order) ldlistDel(list_, &nodes_[i]);
     }
@@ -70,6 +65,7 @@ public:
     void InsertAll() {
         for (HookedNode& n : nodes_) list_.push_back(n);
     }
+    void PrepareDelete() {}
     void DeleteAll(const std::vector<size_t>& order) {
         for (size_t i : order) list_.erase(list_.iterator_to(nodes_[i]));
     }
@@ -94,13 +90,13 @@ public:
     void InsertAll() {
         for (size_t i = 0; i < n_; ++i) list_.push_back(i);
     }
-    void DeleteAll(const std::vector<size_t>& order) {
-        for (size_t i : order) list_.erase(where_[i]);
-    }
-    // Erasing needs the iterators, gathered before the timed pass.
-    void Remember() {
+    // Erasing a given element takes its iterator, gathered untimed.
+    void PrepareDelete() {
         where_.clear();
         for (auto it = list_.begin(); it != list_.end(); ++it) where_.push_back(it);
+    }
+    void DeleteAll(const std::vector<size_t>& order) {
+        for (size_t i : order) list_.erase(where_[i]);
     }
     ULONG_PTR Walk() {
         ULONG_PTR sum = 0;
@@ -113,62 +109,6 @@ private:
     std::list<ULONG_PTR> list_;
     std::vector<std::list<ULONG_PTR>::iterator> where_;
 };
-
-template <class C>
-void BeforeDelete(C&) {}
-template <>
-void BeforeDelete(StdList& c) {
-    c.Remember();
-}
-
-using Clock = std::chrono::steady_clock;
-
-template <class C>
-void Insert(benchmark::State& state) {
-    size_t n = static_cast<size_t>(state.range(0));
-    C c(n);
-    for (auto _ : state) {
-        auto start = Clock::now();
-        c.InsertAll();
-        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
-        c.Reset();
-    }
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(n));
-}
-
-template <class C>
-void Delete(benchmark::State& state) {
-    size_t n = static_cast<size_t>(state.range(0));
-    C c(n);
-    std::vector<size_t> order(n);
-    for (size_t i = 0; i < n; ++i) order[i] = i;
-    std::shuffle(order.begin(), order.end(), std::mt19937(2));
-    for (auto _ : state) {
-        c.InsertAll();
-        BeforeDelete(c);
-        auto start = Clock::now();
-        c.DeleteAll(order);
-        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
-        c.Reset();
-    }
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(n));
-}
-
-template <class C>
-void Walk(benchmark::State& state) {
-    size_t n = static_cast<size_t>(state.range(0));
-    C c(n);
-    c.InsertAll();
-    for (auto _ : state) benchmark::DoNotOptimize(c.Walk());
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(n));
-    c.Reset();
-}
-
-void Add(const char* name, void (*fn)(benchmark::State&), bool manualTime = false) {
-    auto* b = benchmark::RegisterBenchmark(name, fn);
-    b->Arg(1000)->Arg(100000);
-    if (manualTime) b->UseManualTime();
-}
 
 const int g_registered = [] {
     Add("Insert/ldlist", Insert<Dlist>, true);

@@ -7,9 +7,9 @@
 // own: neighbours and walks climb the parent links.
 //
 // Insertion descends to the empty place and rebalances on the way back up;
-// deletion is iterative too: a node with a left child first trades places with its
-// in-order predecessor, so that the node to unlink has at most one child, and
-// the shrink is then carried up towards the root. Rotations and the exchange
+// deletion first lets a node with a left child trade places with its in-order
+// predecessor, so that the node to unlink has at most one child, and then
+// carries the shrink up towards the root. Rotations and the exchange
 // check what a sound tree guarantees (the child to rotate exists, a balance is
 // 0, 1 or 2, a parent holds its child) and give up on a corrupted tree rather
 // than follow a wild pointer; the parent-and-child checks also mark.
@@ -77,102 +77,88 @@ struct CallerOrder {
     intptr_t operator()(AvlLink* visited) const { return tree->compare(first, NodeOf(tree, visited)); }
 };
 
+// ---- sides ----------------------------------------------------------------------
+// Every step below has a mirror image; each is written once for a side `s`
+// and its other side, and instantiated for both.
+
+enum Side { kRight, kLeft };
+
+constexpr Side Other(Side s) { return s == kLeft ? kRight : kLeft; }
+// The balance that says the subtree on side s is one higher.
+constexpr ULONG_PTR Higher(Side s) { return s == kLeft ? kLeftHigh : kRightHigh; }
+
+template <Side s>
+inline AvlLink*& Child(AvlLink* link) {
+    if constexpr (s == kLeft) {
+        return link->left;
+    } else {
+        return link->right;
+    }
+}
+
 // ---- rotations ------------------------------------------------------------------
-// The new subtree root, or null when the child to rotate is missing. Neither
-// touches a balance or the old parent's child slot: that is the caller's.
 
-AvlLink* RotateLeft(AvlLink* x) {
-    AvlLink* y = x->right;
+// A rotation about x towards side s (a left rotation for kLeft): y, x's child
+// on the other side, takes x's place, x goes down on side s and takes y's
+// inner child. The new subtree root, or null when y is missing. It touches no
+// balance and not the old parent's child slot: that is the caller's.
+template <Side s>
+AvlLink* Rotate(AvlLink* x) {
+    AvlLink* y = Child<Other(s)>(x);
     if (y == nullptr) return nullptr;
-    x->right = y->left;
-    if (y->left != nullptr) y->left->parent = x;
-    y->left = x;
+    AvlLink* inner = Child<s>(y);
+    Child<Other(s)>(x) = inner;
+    if (inner != nullptr) inner->parent = x;
+    Child<s>(y) = x;
     y->parent = x->parent;
     x->parent = y;
     return y;
 }
 
-AvlLink* RotateRight(AvlLink* x) {
-    AvlLink* y = x->left;
-    if (y == nullptr) return nullptr;
-    x->left = y->right;
-    if (y->right != nullptr) y->right->parent = x;
-    y->right = x;
-    y->parent = x->parent;
-    x->parent = y;
-    return y;
-}
-
-// The two double rotations, with the balances that follow from z's. `x` is
-// the subtree root, `y` its heavy child and `z` y's inner child. They serve
-// insertion and deletion alike: the outcome depends only on z's balance.
-// Null for a corrupted tree.
-AvlLink* RotateLeftRight(AvlLink* x, AvlLink* y) {
-    AvlLink* z = y->right;
+// The double rotation for x whose subtree on side h is two higher, where y,
+// that child, leans the other way: first a rotation about y towards h, stored
+// into x's slot on side h, then one about x towards the other side; z, y's
+// inner child, ends on top. The balances follow from z's alone, so insertion
+// and deletion share it. Null for a corrupted tree.
+template <Side h>
+AvlLink* DoubleRotate(AvlLink* x, AvlLink* y) {
+    AvlLink* z = Child<Other(h)>(y);
     if (z == nullptr) return nullptr;
     switch (z->balance) {
         case kEven: x->balance = kEven; y->balance = kEven; break;
-        case kLeftHigh: x->balance = kRightHigh; y->balance = kEven; break;
-        case kRightHigh: x->balance = kEven; y->balance = kLeftHigh; break;
+        case Higher(h): x->balance = Higher(Other(h)); y->balance = kEven; break;
+        case Higher(Other(h)): x->balance = kEven; y->balance = Higher(h); break;
         default: return nullptr;
     }
     z->balance = kEven;
-    x->left = RotateLeft(y);
-    return RotateRight(x);
-}
-
-AvlLink* RotateRightLeft(AvlLink* x, AvlLink* y) {
-    AvlLink* z = y->left;
-    if (z == nullptr) return nullptr;
-    switch (z->balance) {
-        case kEven: x->balance = kEven; y->balance = kEven; break;
-        case kLeftHigh: x->balance = kEven; y->balance = kRightHigh; break;
-        case kRightHigh: x->balance = kLeftHigh; y->balance = kEven; break;
-        default: return nullptr;
-    }
-    z->balance = kEven;
-    x->right = RotateRight(y);
-    return RotateLeft(x);
+    Child<h>(x) = Rotate<h>(y);
+    return Rotate<Other(h)>(x);
 }
 
 // ---- neighbours by the links ----------------------------------------------------------
 
-AvlLink* Leftmost(AvlLink* link) {
-    while (link->left != nullptr) link = link->left;
+// The last link on side s below link: the leftmost for kLeft.
+template <Side s>
+AvlLink* Extreme(AvlLink* link) {
+    while (Child<s>(link) != nullptr) link = Child<s>(link);
     return link;
 }
 
-AvlLink* Rightmost(AvlLink* link) {
-    while (link->right != nullptr) link = link->right;
-    return link;
-}
-
-// The next greater link, or null when there is none. A parent that holds the
-// link on neither side sets `broken` and gives null.
-inline AvlLink* Successor(AvlLink* link, bool* broken) {
-    if (link->right != nullptr) return Leftmost(link->right);
+// The in-order neighbour on side s: the next greater link for kRight, the
+// next smaller for kLeft; null when there is none. Without a child on that
+// side, climb while the link is its parent's child on side s; the parent
+// reached from the other side is the neighbour. A parent that holds the link
+// on neither side sets *broken and gives null.
+template <Side s>
+inline AvlLink* Neighbour(AvlLink* link, bool* broken) {
+    if (Child<s>(link) != nullptr) return Extreme<Other(s)>(Child<s>(link));
     AvlLink* from = link;
     AvlLink* up = link->parent;
-    while (up != nullptr && up->right == from) {
+    while (up != nullptr && Child<s>(up) == from) {
         from = up;
         up = up->parent;
     }
-    if (up != nullptr && up->left != from) {
-        *broken = true;
-        return nullptr;
-    }
-    return up;
-}
-
-inline AvlLink* Predecessor(AvlLink* link, bool* broken) {
-    if (link->left != nullptr) return Rightmost(link->left);
-    AvlLink* from = link;
-    AvlLink* up = link->parent;
-    while (up != nullptr && up->left == from) {
-        from = up;
-        up = up->parent;
-    }
-    if (up != nullptr && up->right != from) {
+    if (up != nullptr && Child<Other(s)>(up) != from) {
         *broken = true;
         return nullptr;
     }
@@ -181,45 +167,26 @@ inline AvlLink* Predecessor(AvlLink* link, bool* broken) {
 
 // ---- insertion --------------------------------------------------------------------
 
-// Growth in x's left subtree: x's new subtree root, null for a corrupted tree.
-// *taller is cleared when the subtree at x keeps its height.
-AvlLink* GrewLeft(AvlLink* x, bool* taller) {
+// Growth in x's subtree on side s: x's new subtree root, null for a corrupted
+// tree. *taller is cleared when the subtree at x keeps its height.
+template <Side s>
+AvlLink* Grew(AvlLink* x, bool* taller) {
     switch (x->balance) {
-        case kEven: x->balance = kLeftHigh; return x;
-        case kRightHigh: x->balance = kEven; *taller = false; return x;
-        case kLeftHigh: break;
+        case kEven: x->balance = Higher(s); return x;
+        case Higher(Other(s)): x->balance = kEven; *taller = false; return x;
+        case Higher(s): break;
         default: return nullptr;
     }
     *taller = false;
-    AvlLink* y = x->left;
+    AvlLink* y = Child<s>(x);
     if (y == nullptr) return nullptr;
     switch (y->balance) {
-        case kLeftHigh:
+        case Higher(s):
             y->balance = kEven;
             x->balance = kEven;
-            return RotateRight(x);
-        case kRightHigh: return RotateLeftRight(x, y);
+            return Rotate<Other(s)>(x);
+        case Higher(Other(s)): return DoubleRotate<s>(x, y);
         default: return nullptr;  // a subtree that grew is never even at its top
-    }
-}
-
-AvlLink* GrewRight(AvlLink* x, bool* taller) {
-    switch (x->balance) {
-        case kEven: x->balance = kRightHigh; return x;
-        case kLeftHigh: x->balance = kEven; *taller = false; return x;
-        case kRightHigh: break;
-        default: return nullptr;
-    }
-    *taller = false;
-    AvlLink* y = x->right;
-    if (y == nullptr) return nullptr;
-    switch (y->balance) {
-        case kRightHigh:
-            y->balance = kEven;
-            x->balance = kEven;
-            return RotateLeft(x);
-        case kLeftHigh: return RotateRightLeft(x, y);
-        default: return nullptr;
     }
 }
 
@@ -261,7 +228,7 @@ Inserted Insert(AvlTree* t, AvlLink* n, const Order& order) {
     bool taller = true;
     for (;;) {
         AvlLink* up = x->parent;
-        AvlLink* top = left ? GrewLeft(x, &taller) : GrewRight(x, &taller);
+        AvlLink* top = left ? Grew<kLeft>(x, &taller) : Grew<kRight>(x, &taller);
         if (top == nullptr) return Inserted::kCorrupted;
         if (!taller && top == x) return Inserted::kDone;  // nothing above changes
         if (up == nullptr) {
@@ -330,53 +297,30 @@ inline bool Exchange(AvlLink* a, AvlLink* b) {
     return true;
 }
 
-// A shrink in x's left subtree: x's new subtree root, null for a corrupted
-// tree. *shrank is cleared when the subtree at x keeps its height.
-AvlLink* ShrankLeft(AvlLink* x, bool* shrank) {
+// A shrink in x's subtree on side s: x's new subtree root, null for a
+// corrupted tree. *shrank is cleared when the subtree at x keeps its height.
+template <Side s>
+AvlLink* Shrank(AvlLink* x, bool* shrank) {
     switch (x->balance) {
-        case kEven: x->balance = kRightHigh; *shrank = false; return x;
-        case kLeftHigh: x->balance = kEven; return x;
-        case kRightHigh: break;
+        case kEven: x->balance = Higher(Other(s)); *shrank = false; return x;
+        case Higher(s): x->balance = kEven; return x;
+        case Higher(Other(s)): break;
         default: return nullptr;
     }
-    // The right side is two higher now: rotate it up.
-    AvlLink* y = x->right;
+    // The other side is two higher now: rotate it up.
+    AvlLink* y = Child<Other(s)>(x);
     if (y == nullptr) return nullptr;
     switch (y->balance) {
         case kEven:
-            x->balance = kRightHigh;
-            y->balance = kLeftHigh;
+            x->balance = Higher(Other(s));
+            y->balance = Higher(s);
             *shrank = false;
-            return RotateLeft(x);
-        case kRightHigh:
+            return Rotate<s>(x);
+        case Higher(Other(s)):
             x->balance = kEven;
             y->balance = kEven;
-            return RotateLeft(x);
-        case kLeftHigh: return RotateRightLeft(x, y);
-        default: return nullptr;
-    }
-}
-
-AvlLink* ShrankRight(AvlLink* x, bool* shrank) {
-    switch (x->balance) {
-        case kEven: x->balance = kLeftHigh; *shrank = false; return x;
-        case kRightHigh: x->balance = kEven; return x;
-        case kLeftHigh: break;
-        default: return nullptr;
-    }
-    AvlLink* y = x->left;
-    if (y == nullptr) return nullptr;
-    switch (y->balance) {
-        case kEven:
-            x->balance = kLeftHigh;
-            y->balance = kRightHigh;
-            *shrank = false;
-            return RotateRight(x);
-        case kLeftHigh:
-            x->balance = kEven;
-            y->balance = kEven;
-            return RotateRight(x);
-        case kRightHigh: return RotateLeftRight(x, y);
+            return Rotate<s>(x);
+        case Higher(s): return DoubleRotate<Other(s)>(x, y);
         default: return nullptr;
     }
 }
@@ -386,7 +330,7 @@ bool Remove(AvlTree* t, AvlLink* a) {
     AvlLink* exchanged = nullptr;  // b, when it has become the root
     AvlLink* c;
     if (a->left != nullptr) {
-        AvlLink* b = Rightmost(a->left);
+        AvlLink* b = Extreme<kRight>(a->left);
         if (!Exchange(a, b)) return false;
         if (b->parent == nullptr) exchanged = b;
         c = a->left;
@@ -409,7 +353,7 @@ bool Remove(AvlTree* t, AvlLink* a) {
     for (;;) {
         AvlLink* up = p->parent;
         bool shrank = true;
-        AvlLink* top = shrankLeft ? ShrankLeft(p, &shrank) : ShrankRight(p, &shrank);
+        AvlLink* top = shrankLeft ? Shrank<kLeft>(p, &shrank) : Shrank<kRight>(p, &shrank);
         if (top == nullptr) return false;
         if (up == nullptr) {
             t->root = top;
@@ -444,8 +388,8 @@ bool Remove(AvlTree* t, AvlLink* a) {
     if (mode == 0) return 2;
     AvlLink* found = x;
     bool broken = false;
-    if (fellLeft && mode == 2) found = Predecessor(x, &broken);
-    if (!fellLeft && mode == 1) found = Successor(x, &broken);
+    if (fellLeft && mode == 2) found = Neighbour<kLeft>(x, &broken);
+    if (!fellLeft && mode == 1) found = Neighbour<kRight>(x, &broken);
     if (broken) LDE_MARK();
     if (found == nullptr) return 2;
     *node = NodeOf(t, found);
@@ -478,6 +422,13 @@ inline int SearchIn(AvlTree* t, const Order& order, void** node, int mode) {
     return Insert(t, n, CallerOrder{t, node});
 }
 
+// A refusal: the reason into the last error, then the caller's mark. Kept
+// out of line so that the exported functions' fast paths need no frame.
+[[gnu::cold, gnu::noinline]] void Refuse(DWORD error, DWORD position) {
+    SetLastError(error);
+    ldbgSetMarkErr(position);
+}
+
 }  // namespace
 
 void* lavlCreate(DWORD linkOffset, LAL_COMPAREPROC compare) {
@@ -490,8 +441,7 @@ void* lavlCreate(DWORD linkOffset, LAL_COMPAREPROC compare) {
 
 int lavlDestroy(void* tree) {
     if (tree == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        LDE_MARK();
+        Refuse(ERROR_INVALID_HANDLE, LDE_MARKPOS());
         return 0;
     }
     return GlobalFree(tree) == nullptr ? 1 : 0;
@@ -508,16 +458,14 @@ int lavlIns(void* tree, void* node) {
         return 1;
     }
     if (done == Inserted::kDuplicate) {
-        SetLastError(LERR_AVLDUPLICATE);
-        LDE_MARK();
+        Refuse(LERR_AVLDUPLICATE, LDE_MARKPOS());
     }
     return 0;
 }
 
 int lavlDel(void* tree, void* node) {
     if (tree == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        LDE_MARK();
+        Refuse(ERROR_INVALID_HANDLE, LDE_MARKPOS());
         return 0;
     }
     AvlTree* t = TreeOf(tree);
@@ -532,8 +480,7 @@ int lavlDel(void* tree, void* node) {
 
 int lavlSearch(void* tree, void* key, void** node, int mode) {
     if (tree == nullptr || key == nullptr || mode < 0 || mode > 2) {
-        SetLastError(LERR_INVALIDARG);
-        LDE_MARK();
+        Refuse(LERR_INVALIDARG, LDE_MARKPOS());
         return -1;
     }
     AvlTree* t = TreeOf(tree);
@@ -545,8 +492,7 @@ int lavlSearch(void* tree, void* key, void** node, int mode) {
 
 DWORD lavlGetEntryNum(void* tree) {
     if (tree == nullptr) {
-        SetLastError(LERR_INVALIDARG);
-        LDE_MARK();
+        Refuse(LERR_INVALIDARG, LDE_MARKPOS());
         return 0xFFFFFFFFu;
     }
     return TreeOf(tree)->entryNum;
@@ -554,50 +500,44 @@ DWORD lavlGetEntryNum(void* tree) {
 
 void* lavlGetFirstNode(void* tree, void* start, ULONG_PTR end) {
     if (tree == nullptr) {
-        SetLastError(LERR_INVALIDARG);
-        LDE_MARK();
+        Refuse(LERR_INVALIDARG, LDE_MARKPOS());
         return nullptr;
     }
     AvlTree* t = TreeOf(tree);
     if (t->root == nullptr) return nullptr;
     AvlLink* top = start == nullptr ? t->root : LinkOf(t, start);
-    if (end == 0) return NodeOf(t, Leftmost(top));
-    if (end == ~ULONG_PTR{0}) return NodeOf(t, Rightmost(top));
+    if (end == 0) return NodeOf(t, Extreme<kLeft>(top));
+    if (end == ~ULONG_PTR{0}) return NodeOf(t, Extreme<kRight>(top));
     return nullptr;
 }
 
 void* lavlGetNextNode(void* tree, void* node, int direction) {
     if (tree == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        LDE_MARK();
+        Refuse(ERROR_INVALID_HANDLE, LDE_MARKPOS());
         return nullptr;
     }
     if (node == nullptr) {
-        SetLastError(LERR_INVALIDARG);
-        LDE_MARK();
+        Refuse(LERR_INVALIDARG, LDE_MARKPOS());
         return nullptr;
     }
     AvlTree* t = TreeOf(tree);
     bool broken = false;
     AvlLink* link = LinkOf(t, node);
-    AvlLink* next = direction == 1 ? Successor(link, &broken) : Predecessor(link, &broken);
+    AvlLink* next = direction == 1 ? Neighbour<kRight>(link, &broken) : Neighbour<kLeft>(link, &broken);
     if (next != nullptr) return NodeOf(t, next);
-    if (broken) {
-        LDE_MARK();
-    }
+    if (broken) LDE_MARK();
     return nullptr;
 }
 
 int lavlEnum(void* tree, ULONG_PTR value, LAL_ENUMPROC callback, ULONG_PTR* accumulator) {
     if (tree == nullptr) {
-        SetLastError(LERR_INVALIDARG);
-        LDE_MARK();
+        Refuse(LERR_INVALIDARG, LDE_MARKPOS());
         return 0;
     }
     AvlTree* t = TreeOf(tree);
     if (t->root == nullptr) return 1;
     bool broken = false;
-    for (AvlLink* link = Leftmost(t->root); link != nullptr; link = Successor(link, &broken)) {
+    for (AvlLink* link = Extreme<kLeft>(t->root); link != nullptr; link = Neighbour<kRight>(link, &broken)) {
         if (callback(value, NodeOf(t, link), accumulator) == 0) return 0;
     }
     if (broken) {
