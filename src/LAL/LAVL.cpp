@@ -165,6 +165,15 @@ inline AvlLink* Neighbour(AvlLink* link, bool* broken) {
     return up;
 }
 
+// The slot in `parent` that holds `child`, or null when it holds it on
+// neither side (a corrupted tree; marked here).
+inline AvlLink** SlotOf(AvlLink* parent, AvlLink* child) {
+    if (parent->left == child) return &parent->left;
+    if (parent->right == child) return &parent->right;
+    LDE_MARK();
+    return nullptr;
+}
+
 // ---- insertion --------------------------------------------------------------------
 
 // Growth in x's subtree on side s: x's new subtree root, null for a corrupted
@@ -235,31 +244,16 @@ Inserted Insert(AvlTree* t, AvlLink* n, const Order& order) {
             t->root = top;
             return Inserted::kDone;
         }
-        if (up->left == x) {
-            left = true;
-            up->left = top;
-        } else if (up->right == x) {
-            left = false;
-            up->right = top;
-        } else {
-            LDE_MARK();
-            return Inserted::kCorrupted;
-        }
+        AvlLink** slot = SlotOf(up, x);
+        if (slot == nullptr) return Inserted::kCorrupted;
+        left = slot == &up->left;
+        *slot = top;
         if (!taller) return Inserted::kDone;
         x = up;
     }
 }
 
 // ---- deletion ----------------------------------------------------------------------
-
-// The slot in `parent` that holds `child`, or null when it holds it on
-// neither side (a corrupted tree; marked here).
-inline AvlLink** SlotOf(AvlLink* parent, AvlLink* child) {
-    if (parent->left == child) return &parent->left;
-    if (parent->right == child) return &parent->right;
-    LDE_MARK();
-    return nullptr;
-}
 
 // Puts b, the rightmost link of a's left subtree, in a's place and a in b's.
 // Only links move; the nodes stay where they are. False (after a mark) when a
@@ -325,8 +319,11 @@ AvlLink* Shrank(AvlLink* x, bool* shrank) {
     }
 }
 
-// Unlinks a link that is in the tree; false for a corrupted tree.
+// Unlinks a link that is in the tree; false for a corrupted tree. The link
+// itself keeps whatever it holds afterwards.
 bool Remove(AvlTree* t, AvlLink* a) {
+    // With a left child, a trades places with its predecessor b first; then
+    // it has no right child, and its only child c (if any) takes its place.
     AvlLink* exchanged = nullptr;  // b, when it has become the root
     AvlLink* c;
     if (a->left != nullptr) {
@@ -338,7 +335,7 @@ bool Remove(AvlTree* t, AvlLink* a) {
         c = a->right;
     }
     AvlLink* p = a->parent;
-    if (p == nullptr) {
+    if (p == nullptr) {  // a was the root, with no exchange
         if (c != nullptr) c->parent = nullptr;
         t->root = c;
         return true;
@@ -360,18 +357,14 @@ bool Remove(AvlTree* t, AvlLink* a) {
             return true;
         }
         if (shrank || top != p) {
-            if (up->left == p) {
-                shrankLeft = true;
-                up->left = top;
-            } else if (up->right == p) {
-                shrankLeft = false;
-                up->right = top;
-            } else {
-                LDE_MARK();
-                return false;
-            }
+            AvlLink** upSlot = SlotOf(up, p);
+            if (upSlot == nullptr) return false;
+            shrankLeft = upSlot == &up->left;
+            *upSlot = top;
         }
         if (!shrank) {
+            // The rebalancing stopped below the top, so the root is unchanged
+            // unless the exchange put b there.
             if (exchanged != nullptr) t->root = exchanged;
             return true;
         }
