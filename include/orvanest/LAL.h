@@ -27,26 +27,33 @@ ORVANEST_EXPORT void* lavlCreate(DWORD linkOffset, LAL_COMPAREPROC compare);
 // Frees the tree's record, leaving its nodes alone; 1. Null tree: last error 6,
 // mark, 0.
 ORVANEST_EXPORT int lavlDestroy(void* tree);
-// Puts node in; 1. An equal node already there: last error LERR_AVLDUPLICATE,
-// mark, 0, and the tree is unchanged.
+// Puts node in, clearing its link first; 1. An equal node already there: last
+// error LERR_AVLDUPLICATE, mark, 0, and the tree is unchanged. The tree is not
+// tested for null.
 ORVANEST_EXPORT int lavlIns(void* tree, void* node);
-// Takes node (which must be in this tree) out; 1. Null tree: last error 6,
-// mark, 0; an empty tree: mark, 0.
+// Takes node (which must be in this tree) out; 1. Its link keeps whatever it
+// held. Null tree: last error 6, mark, 0; an empty tree: mark, 0.
 ORVANEST_EXPORT int lavlDel(void* tree, void* node);
 // Mode 0 exact, 1 exact or the nearest above, 2 exact or the nearest below.
-// Result 0 exact match, 1 neighbour, 2 nothing (*node null), -1 bad argument
-// (LERR_INVALIDARG, mark, *node unchanged).
+// key is node-shaped: its key word (at link offset + 4 words) is read, or it
+// goes to the comparator as the first argument. Result 0 exact match, 1
+// neighbour, 2 nothing (*node null), none of them reported as an error; -1
+// bad argument (LERR_INVALIDARG, mark, *node unchanged).
 ORVANEST_EXPORT int lavlSearch(void* tree, void* key, void** node, int mode);
 // The number of nodes; null tree: LERR_INVALIDARG, mark, 0xFFFFFFFF.
 ORVANEST_EXPORT DWORD lavlGetEntryNum(void* tree);
 // The smallest (end 0) or greatest (end -1) node of the subtree at start (null:
-// the whole tree); null with no mark for an empty tree or another end.
+// the whole tree); null with no mark for an empty tree or another end. Null
+// tree: LERR_INVALIDARG, mark, null.
 ORVANEST_EXPORT void* lavlGetFirstNode(void* tree, void* start, ULONG_PTR end);
-// The next greater node (direction 1) or next smaller (any other); null with
-// no mark at either end.
+// The next greater node (direction 1) or next smaller (any other), found by
+// the parent links; null with no mark at either end. Null tree: last error 6,
+// mark, null; null node: LERR_INVALIDARG, mark, null.
 ORVANEST_EXPORT void* lavlGetNextNode(void* tree, void* node, int direction);
-// Calls callback on every node in ascending order; 1 at the end, 0 when the
-// callback stopped the walk.
+// Calls callback on every node in ascending order, finding the next node only
+// after the call returns (so the callback must not change the tree's shape);
+// 1 at the end (at once for an empty tree), 0 when the callback stopped the
+// walk. Null tree: LERR_INVALIDARG, mark, 0.
 ORVANEST_EXPORT int lavlEnum(void* tree, ULONG_PTR value, LAL_ENUMPROC callback, ULONG_PTR* accumulator);
 
 // ---- doubly linked list -----------------------------------------------------------

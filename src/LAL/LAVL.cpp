@@ -6,10 +6,10 @@
 // set up. No operation allocates after that, and none needs a stack of its
 // own: neighbours and walks climb the parent links.
 //
-// Insertion descends recursively and rebalances on the way back up; deletion
-// is iterative: a node with a left child first trades places with its
-// in-order predecessor, so that the node to unlink has at most one child, and
-// the shrink is then carried up towards the root. Rotations and the exchange
+// Insertion descends to the empty place and rebalances on the way back up;
+// deletion first lets a node with a left child trade places with its in-order
+// predecessor, so that the node to unlink has at most one child, and then
+// carries the shrink up towards the root. Rotations and the exchange
 // check what a sound tree guarantees (the child to rotate exists, a balance is
 // 0, 1 or 2, a parent holds its child) and give up on a corrupted tree rather
 // than follow a wild pointer; the parent-and-child checks also mark.
@@ -77,208 +77,188 @@ struct CallerOrder {
     intptr_t operator()(AvlLink* visited) const { return tree->compare(first, NodeOf(tree, visited)); }
 };
 
+// ---- sides ----------------------------------------------------------------------
+// Every step below has a mirror image; each is written once for a side `s`
+// and its other side, and instantiated for both.
+
+enum Side { kRight, kLeft };
+
+constexpr Side Other(Side s) { return s == kLeft ? kRight : kLeft; }
+// The balance that says the subtree on side s is one higher.
+constexpr ULONG_PTR Higher(Side s) { return s == kLeft ? kLeftHigh : kRightHigh; }
+
+template <Side s>
+inline AvlLink*& Child(AvlLink* link) {
+    if constexpr (s == kLeft) {
+        return link->left;
+    } else {
+        return link->right;
+    }
+}
+
 // ---- rotations ------------------------------------------------------------------
-// The new subtree root, or null when the child to rotate is missing. Neither
-// touches a balance or the old parent's child slot: that is the caller's.
 
-AvlLink* RotateLeft(AvlLink* x) {
-    AvlLink* y = x->right;
+// A rotation about x towards side s (a left rotation for kLeft): y, x's child
+// on the other side, takes x's place, x goes down on side s and takes y's
+// inner child. The new subtree root, or null when y is missing. It touches no
+// balance and not the old parent's child slot: that is the caller's.
+template <Side s>
+AvlLink* Rotate(AvlLink* x) {
+    AvlLink* y = Child<Other(s)>(x);
     if (y == nullptr) return nullptr;
-    x->right = y->left;
-    if (y->left != nullptr) y->left->parent = x;
-    y->left = x;
+    AvlLink* inner = Child<s>(y);
+    Child<Other(s)>(x) = inner;
+    if (inner != nullptr) inner->parent = x;
+    Child<s>(y) = x;
     y->parent = x->parent;
     x->parent = y;
     return y;
 }
 
-AvlLink* RotateRight(AvlLink* x) {
-    AvlLink* y = x->left;
-    if (y == nullptr) return nullptr;
-    x->left = y->right;
-    if (y->right != nullptr) y->right->parent = x;
-    y->right = x;
-    y->parent = x->parent;
-    x->parent = y;
-    return y;
-}
-
-// The two double rotations, with the balances that follow from z's. `x` is
-// the subtree root, `y` its heavy child and `z` y's inner child. They serve
-// insertion and deletion alike: the outcome depends only on z's balance.
-// Null for a corrupted tree.
-AvlLink* RotateLeftRight(AvlLink* x, AvlLink* y) {
-    AvlLink* z = y->right;
+// The double rotation for x whose subtree on side h is two higher, where y,
+// that child, leans the other way: first a rotation about y towards h, stored
+// into x's slot on side h, then one about x towards the other side; z, y's
+// inner child, ends on top. The balances follow from z's alone, so insertion
+// and deletion share it. Null for a corrupted tree.
+template <Side h>
+AvlLink* DoubleRotate(AvlLink* x, AvlLink* y) {
+    AvlLink* z = Child<Other(h)>(y);
     if (z == nullptr) return nullptr;
     switch (z->balance) {
         case kEven: x->balance = kEven; y->balance = kEven; break;
-        case kLeftHigh: x->balance = kRightHigh; y->balance = kEven; break;
-        case kRightHigh: x->balance = kEven; y->balance = kLeftHigh; break;
+        case Higher(h): x->balance = Higher(Other(h)); y->balance = kEven; break;
+        case Higher(Other(h)): x->balance = kEven; y->balance = Higher(h); break;
         default: return nullptr;
     }
     z->balance = kEven;
-    x->left = RotateLeft(y);
-    return RotateRight(x);
-}
-
-AvlLink* RotateRightLeft(AvlLink* x, AvlLink* y) {
-    AvlLink* z = y->left;
-    if (z == nullptr) return nullptr;
-    switch (z->balance) {
-        case kEven: x->balance = kEven; y->balance = kEven; break;
-        case kLeftHigh: x->balance = kEven; y->balance = kRightHigh; break;
-        case kRightHigh: x->balance = kLeftHigh; y->balance = kEven; break;
-        default: return nullptr;
-    }
-    z->balance = kEven;
-    x->right = RotateRight(y);
-    return RotateLeft(x);
+    Child<h>(x) = Rotate<h>(y);
+    return Rotate<Other(h)>(x);
 }
 
 // ---- neighbours by the links ----------------------------------------------------------
 
-AvlLink* Leftmost(AvlLink* link) {
-    while (link->left != nullptr) link = link->left;
+// The last link on side s below link: the leftmost for kLeft.
+template <Side s>
+AvlLink* Extreme(AvlLink* link) {
+    while (Child<s>(link) != nullptr) link = Child<s>(link);
     return link;
 }
 
-AvlLink* Rightmost(AvlLink* link) {
-    while (link->right != nullptr) link = link->right;
-    return link;
-}
-
-// The next greater link, or null when there is none. A parent that holds the
-// link on neither side sets `broken` and gives null.
-inline AvlLink* Successor(AvlLink* link, bool* broken) {
-    if (link->right != nullptr) return Leftmost(link->right);
+// The in-order neighbour on side s: the next greater link for kRight, the
+// next smaller for kLeft; null when there is none. Without a child on that
+// side, climb while the link is its parent's child on side s; the parent
+// reached from the other side is the neighbour. A parent that holds the link
+// on neither side sets *broken and gives null.
+template <Side s>
+inline AvlLink* Neighbour(AvlLink* link, bool* broken) {
+    if (Child<s>(link) != nullptr) return Extreme<Other(s)>(Child<s>(link));
     AvlLink* from = link;
     AvlLink* up = link->parent;
-    while (up != nullptr && up->right == from) {
+    while (up != nullptr && Child<s>(up) == from) {
         from = up;
         up = up->parent;
     }
-    if (up != nullptr && up->left != from) {
+    if (up != nullptr && Child<Other(s)>(up) != from) {
         *broken = true;
         return nullptr;
     }
     return up;
 }
-
-inline AvlLink* Predecessor(AvlLink* link, bool* broken) {
-    if (link->left != nullptr) return Rightmost(link->left);
-    AvlLink* from = link;
-    AvlLink* up = link->parent;
-    while (up != nullptr && up->left == from) {
-        from = up;
-        up = up->parent;
-    }
-    if (up != nullptr && up->right != from) {
-        *broken = true;
-        return nullptr;
-    }
-    return up;
-}
-
-// ---- insertion --------------------------------------------------------------------
-
-struct InsertState {
-    AvlLink* node;  // the link to put in
-    bool taller;    // the subtree just left has grown by one
-    bool duplicate; // an equal node is in the tree; nothing has changed
-};
-
-// Growth in x's left subtree: x's new subtree root, null for a corrupted tree.
-AvlLink* GrewLeft(AvlLink* x, InsertState* st) {
-    switch (x->balance) {
-        case kEven: x->balance = kLeftHigh; return x;
-        case kRightHigh: x->balance = kEven; st->taller = false; return x;
-        case kLeftHigh: break;
-        default: return nullptr;
-    }
-    st->taller = false;
-    AvlLink* y = x->left;
-    if (y == nullptr) return nullptr;
-    switch (y->balance) {
-        case kLeftHigh:
-            y->balance = kEven;
-            x->balance = kEven;
-            return RotateRight(x);
-        case kRightHigh: return RotateLeftRight(x, y);
-        default: return nullptr;  // a subtree that grew is never even at its top
-    }
-}
-
-AvlLink* GrewRight(AvlLink* x, InsertState* st) {
-    switch (x->balance) {
-        case kEven: x->balance = kRightHigh; return x;
-        case kLeftHigh: x->balance = kEven; st->taller = false; return x;
-        case kRightHigh: break;
-        default: return nullptr;
-    }
-    st->taller = false;
-    AvlLink* y = x->right;
-    if (y == nullptr) return nullptr;
-    switch (y->balance) {
-        case kRightHigh:
-            y->balance = kEven;
-            x->balance = kEven;
-            return RotateLeft(x);
-        case kLeftHigh: return RotateRightLeft(x, y);
-        default: return nullptr;
-    }
-}
-
-// Puts st->node into the subtree at x and gives the subtree's root; null when
-// the node is a duplicate or the tree is corrupted. On the way back a child
-// slot is written only when the subtree below got a new root: that is the
-// only time the stored value differs.
-template <class Order>
-AvlLink* InsertBelow(AvlLink* x, const Order& order, InsertState* st) {
-    if (x == nullptr) {
-        AvlLink* n = st->node;
-        n->parent = n->right = n->left = nullptr;
-        n->balance = kEven;
-        st->taller = true;
-        return n;
-    }
-    intptr_t c = order(x);
-    if (c == 0) {
-        st->duplicate = true;
-        return nullptr;
-    }
-    if (c < 0) {
-        AvlLink* child = InsertBelow(x->left, order, st);
-        if (child == nullptr) return nullptr;
-        if (x->left != child) {
-            x->left = child;
-            child->parent = x;
-        }
-        return st->taller ? GrewLeft(x, st) : x;
-    }
-    AvlLink* child = InsertBelow(x->right, order, st);
-    if (child == nullptr) return nullptr;
-    if (x->right != child) {
-        x->right = child;
-        child->parent = x;
-    }
-    return st->taller ? GrewRight(x, st) : x;
-}
-
-// ---- deletion ----------------------------------------------------------------------
 
 // The slot in `parent` that holds `child`, or null when it holds it on
 // neither side (a corrupted tree; marked here).
-AvlLink** SlotOf(AvlLink* parent, AvlLink* child) {
+inline AvlLink** SlotOf(AvlLink* parent, AvlLink* child) {
     if (parent->left == child) return &parent->left;
     if (parent->right == child) return &parent->right;
     LDE_MARK();
     return nullptr;
 }
 
+// ---- insertion --------------------------------------------------------------------
+
+// Growth in x's subtree on side s: x's new subtree root, null for a corrupted
+// tree. *taller is cleared when the subtree at x keeps its height.
+template <Side s>
+AvlLink* Grew(AvlLink* x, bool* taller) {
+    switch (x->balance) {
+        case kEven: x->balance = Higher(s); return x;
+        case Higher(Other(s)): x->balance = kEven; *taller = false; return x;
+        case Higher(s): break;
+        default: return nullptr;
+    }
+    *taller = false;
+    AvlLink* y = Child<s>(x);
+    if (y == nullptr) return nullptr;
+    switch (y->balance) {
+        case Higher(s):
+            y->balance = kEven;
+            x->balance = kEven;
+            return Rotate<Other(s)>(x);
+        case Higher(Other(s)): return DoubleRotate<s>(x, y);
+        default: return nullptr;  // a subtree that grew is never even at its top
+    }
+}
+
+enum class Inserted { kDone, kDuplicate, kCorrupted };
+
+// Puts the cleared link n into the tree.
+//
+// The descent compares n with each visited node and goes on into `left` for a
+// negative result and into `right` otherwise; an equal node ends it before any
+// link has changed. The way back from the empty place is walked by the parent
+// links, exactly as a recursive descent would unwind: at each level the
+// subtree root from below goes into its child slot, and while the subtree
+// has grown its parent is rebalanced. Once a level keeps its height, every
+// level above would only store what is already there, so the walk ends. (A
+// call per level cost about 70% more time per insertion than this loop.)
+template <class Order>
+Inserted Insert(AvlTree* t, AvlLink* n, const Order& order) {
+    AvlLink* x = t->root;
+    if (x == nullptr) {
+        t->root = n;
+        return Inserted::kDone;
+    }
+    bool left;
+    for (;;) {
+        intptr_t c = order(x);
+        if (c == 0) return Inserted::kDuplicate;
+        left = c < 0;
+        AvlLink* next = left ? x->left : x->right;
+        if (next == nullptr) break;
+        x = next;
+    }
+    // n's link was cleared before the descent and nothing has touched it.
+    if (left) {
+        x->left = n;
+    } else {
+        x->right = n;
+    }
+    n->parent = x;
+    bool taller = true;
+    for (;;) {
+        AvlLink* up = x->parent;
+        AvlLink* top = left ? Grew<kLeft>(x, &taller) : Grew<kRight>(x, &taller);
+        if (top == nullptr) return Inserted::kCorrupted;
+        if (!taller && top == x) return Inserted::kDone;  // nothing above changes
+        if (up == nullptr) {
+            t->root = top;
+            return Inserted::kDone;
+        }
+        AvlLink** slot = SlotOf(up, x);
+        if (slot == nullptr) return Inserted::kCorrupted;
+        left = slot == &up->left;
+        *slot = top;
+        if (!taller) return Inserted::kDone;
+        x = up;
+    }
+}
+
+// ---- deletion ----------------------------------------------------------------------
+
 // Puts b, the rightmost link of a's left subtree, in a's place and a in b's.
 // Only links move; the nodes stay where they are. False (after a mark) when a
 // parent does not hold its child.
-bool Exchange(AvlLink* a, AvlLink* b) {
+inline bool Exchange(AvlLink* a, AvlLink* b) {
     AvlLink* aParent = a->parent;
     AvlLink** aSlot = nullptr;
     if (aParent != nullptr && (aSlot = SlotOf(aParent, a)) == nullptr) return false;
@@ -311,59 +291,43 @@ bool Exchange(AvlLink* a, AvlLink* b) {
     return true;
 }
 
-// One step of carrying a shrink upwards: x's left (shrankLeft) or right
-// subtree has lost one level. *top receives x's subtree root afterwards.
-// Gives 1 when that subtree lost a level too, 0 when its height stands, -1
-// for a corrupted tree.
-int Shrank(AvlTree* t, AvlLink* x, bool shrankLeft, AvlLink** top) {
-    *top = x;
-    ULONG_PTR lighter = shrankLeft ? kLeftHigh : kRightHigh;  // the side that lost was the higher one
-    ULONG_PTR heavier = shrankLeft ? kRightHigh : kLeftHigh;
-    if (x->balance == kEven) {
-        x->balance = heavier;
-        return 0;
+// A shrink in x's subtree on side s: x's new subtree root, null for a
+// corrupted tree. *shrank is cleared when the subtree at x keeps its height.
+template <Side s>
+AvlLink* Shrank(AvlLink* x, bool* shrank) {
+    switch (x->balance) {
+        case kEven: x->balance = Higher(Other(s)); *shrank = false; return x;
+        case Higher(s): x->balance = kEven; return x;
+        case Higher(Other(s)): break;
+        default: return nullptr;
     }
-    if (x->balance == lighter) {
-        x->balance = kEven;
-        return 1;
-    }
-    if (x->balance != heavier) return -1;
     // The other side is two higher now: rotate it up.
-    AvlLink* y = shrankLeft ? x->right : x->left;
-    if (y == nullptr) return -1;
-    AvlLink* up = x->parent;
-    AvlLink** slot = &t->root;
-    if (up != nullptr && (slot = SlotOf(up, x)) == nullptr) return -1;
-    int lost;
-    AvlLink* sub;
-    if (y->balance == kEven) {
-        x->balance = heavier;
-        y->balance = lighter;
-        sub = shrankLeft ? RotateLeft(x) : RotateRight(x);
-        lost = 0;
-    } else if (y->balance == heavier) {
-        x->balance = kEven;
-        y->balance = kEven;
-        sub = shrankLeft ? RotateLeft(x) : RotateRight(x);
-        lost = 1;
-    } else if (y->balance == lighter) {
-        sub = shrankLeft ? RotateRightLeft(x, y) : RotateLeftRight(x, y);
-        lost = 1;
-    } else {
-        return -1;
+    AvlLink* y = Child<Other(s)>(x);
+    if (y == nullptr) return nullptr;
+    switch (y->balance) {
+        case kEven:
+            x->balance = Higher(Other(s));
+            y->balance = Higher(s);
+            *shrank = false;
+            return Rotate<s>(x);
+        case Higher(Other(s)):
+            x->balance = kEven;
+            y->balance = kEven;
+            return Rotate<s>(x);
+        case Higher(s): return DoubleRotate<Other(s)>(x, y);
+        default: return nullptr;
     }
-    if (sub == nullptr) return -1;
-    *slot = sub;
-    *top = sub;
-    return lost;
 }
 
-// Unlinks a link that is in the tree; false for a corrupted tree.
+// Unlinks a link that is in the tree; false for a corrupted tree. The link
+// itself keeps whatever it holds afterwards.
 bool Remove(AvlTree* t, AvlLink* a) {
+    // With a left child, a trades places with its predecessor b first; then
+    // it has no right child, and its only child c (if any) takes its place.
     AvlLink* exchanged = nullptr;  // b, when it has become the root
     AvlLink* c;
     if (a->left != nullptr) {
-        AvlLink* b = Rightmost(a->left);
+        AvlLink* b = Extreme<kRight>(a->left);
         if (!Exchange(a, b)) return false;
         if (b->parent == nullptr) exchanged = b;
         c = a->left;
@@ -371,7 +335,7 @@ bool Remove(AvlTree* t, AvlLink* a) {
         c = a->right;
     }
     AvlLink* p = a->parent;
-    if (p == nullptr) {
+    if (p == nullptr) {  // a was the root, with no exchange
         if (c != nullptr) c->parent = nullptr;
         t->root = c;
         return true;
@@ -381,26 +345,28 @@ bool Remove(AvlTree* t, AvlLink* a) {
     bool shrankLeft = slot == &p->left;
     *slot = c;
     if (c != nullptr) c->parent = p;
+    // Carry the shrink up: rebalance p, put the subtree root it gives into
+    // p's parent on p's side, and go on while the subtree lost a level.
     for (;;) {
-        AvlLink* top;
-        int lost = Shrank(t, p, shrankLeft, &top);
-        if (lost < 0) return false;
-        AvlLink* up = top->parent;
+        AvlLink* up = p->parent;
+        bool shrank = true;
+        AvlLink* top = shrankLeft ? Shrank<kLeft>(p, &shrank) : Shrank<kRight>(p, &shrank);
+        if (top == nullptr) return false;
         if (up == nullptr) {
             t->root = top;
             return true;
         }
-        if (lost == 0) {
+        if (shrank || top != p) {
+            AvlLink** upSlot = SlotOf(up, p);
+            if (upSlot == nullptr) return false;
+            shrankLeft = upSlot == &up->left;
+            *upSlot = top;
+        }
+        if (!shrank) {
+            // The rebalancing stopped below the top, so the root is unchanged
+            // unless the exchange put b there.
             if (exchanged != nullptr) t->root = exchanged;
             return true;
-        }
-        if (up->left == top) {
-            shrankLeft = true;
-        } else if (up->right == top) {
-            shrankLeft = false;
-        } else {
-            LDE_MARK();
-            return false;
         }
         p = up;
     }
@@ -408,34 +374,52 @@ bool Remove(AvlTree* t, AvlLink* a) {
 
 // ---- search --------------------------------------------------------------------
 
+// Where a descent fell off at x without an exact match: x sorts after the key
+// when the search fell off to the left, before it when it fell off to the
+// right. Kept out of the descent so that the loop holds few registers.
+[[gnu::noinline]] int Nearest(AvlTree* t, AvlLink* x, bool fellLeft, void** node, int mode) {
+    if (mode == 0) return 2;
+    AvlLink* found = x;
+    bool broken = false;
+    if (fellLeft && mode == 2) found = Neighbour<kLeft>(x, &broken);
+    if (!fellLeft && mode == 1) found = Neighbour<kRight>(x, &broken);
+    if (broken) LDE_MARK();
+    if (found == nullptr) return 2;
+    *node = NodeOf(t, found);
+    return 1;
+}
+
 // Descends from the (non-empty) root; see lavlSearch for modes and results.
 template <class Order>
-int SearchIn(AvlTree* t, const Order& order, void** node, int mode) {
+inline int SearchIn(AvlTree* t, const Order& order, void** node, int mode) {
     AvlLink* x = t->root;
-    intptr_t c;
     for (;;) {
-        c = order(x);
+        intptr_t c = order(x);
         if (c == 0) {
             *node = NodeOf(t, x);
             return 0;
         }
         AvlLink* next = c < 0 ? x->left : x->right;
-        if (next == nullptr) break;
+        if (next == nullptr) return Nearest(t, x, c < 0, node, mode);
         x = next;
     }
-    // x is where the search fell off: it sorts after the key when the search
-    // fell off to the left, before it when it fell off to the right.
-    if (mode == 0) return 2;
-    AvlLink* found = x;
-    bool broken = false;
-    if (c < 0 && mode == 2) found = Predecessor(x, &broken);
-    if (c > 0 && mode == 1) found = Successor(x, &broken);
-    if (broken) {
-        LDE_MARK();
-    }
-    if (found == nullptr) return 2;
-    *node = NodeOf(t, found);
-    return 1;
+}
+
+// The comparator's instances stay out of line, so that the default paths of
+// the exported functions keep to a handful of registers.
+[[gnu::noinline]] int SearchByComparator(AvlTree* t, void* key, void** node, int mode) {
+    return SearchIn(t, CallerOrder{t, key}, node, mode);
+}
+
+[[gnu::noinline]] Inserted InsertByComparator(AvlTree* t, AvlLink* n, void* node) {
+    return Insert(t, n, CallerOrder{t, node});
+}
+
+// A refusal: the reason into the last error, then the caller's mark. Kept
+// out of line so that the exported functions' fast paths need no frame.
+[[gnu::cold, gnu::noinline]] void Refuse(DWORD error, DWORD position) {
+    SetLastError(error);
+    ldbgSetMarkErr(position);
 }
 
 }  // namespace
@@ -450,8 +434,7 @@ void* lavlCreate(DWORD linkOffset, LAL_COMPAREPROC compare) {
 
 int lavlDestroy(void* tree) {
     if (tree == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        LDE_MARK();
+        Refuse(ERROR_INVALID_HANDLE, LDE_MARKPOS());
         return 0;
     }
     return GlobalFree(tree) == nullptr ? 1 : 0;
@@ -462,25 +445,20 @@ int lavlIns(void* tree, void* node) {
     AvlLink* n = LinkOf(t, node);
     n->parent = n->right = n->left = nullptr;
     n->balance = kEven;
-    InsertState st{n, false, false};
-    AvlLink* root = t->compare == nullptr ? InsertBelow(t->root, DefaultOrder{KeyOf(n)}, &st)
-                                          : InsertBelow(t->root, CallerOrder{t, node}, &st);
-    if (root == nullptr) {
-        if (st.duplicate) {
-            SetLastError(LERR_AVLDUPLICATE);
-            LDE_MARK();
-        }
-        return 0;
+    Inserted done = t->compare == nullptr ? Insert(t, n, DefaultOrder{KeyOf(n)}) : InsertByComparator(t, n, node);
+    if (done == Inserted::kDone) {
+        ++t->entryNum;
+        return 1;
     }
-    t->root = root;
-    ++t->entryNum;
-    return 1;
+    if (done == Inserted::kDuplicate) {
+        Refuse(LERR_AVLDUPLICATE, LDE_MARKPOS());
+    }
+    return 0;
 }
 
 int lavlDel(void* tree, void* node) {
     if (tree == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        LDE_MARK();
+        Refuse(ERROR_INVALID_HANDLE, LDE_MARKPOS());
         return 0;
     }
     AvlTree* t = TreeOf(tree);
@@ -495,23 +473,19 @@ int lavlDel(void* tree, void* node) {
 
 int lavlSearch(void* tree, void* key, void** node, int mode) {
     if (tree == nullptr || key == nullptr || mode < 0 || mode > 2) {
-        SetLastError(LERR_INVALIDARG);
-        LDE_MARK();
+        Refuse(LERR_INVALIDARG, LDE_MARKPOS());
         return -1;
     }
     AvlTree* t = TreeOf(tree);
     *node = nullptr;
     if (t->root == nullptr) return 2;
-    if (t->compare == nullptr) {
-        return SearchIn(t, DefaultOrder{KeyWord(static_cast<char*>(key) + t->linkOffset + sizeof(AvlLink))}, node, mode);
-    }
-    return SearchIn(t, CallerOrder{t, key}, node, mode);
+    if (t->compare != nullptr) return SearchByComparator(t, key, node, mode);
+    return SearchIn(t, DefaultOrder{KeyWord(static_cast<char*>(key) + t->linkOffset + sizeof(AvlLink))}, node, mode);
 }
 
 DWORD lavlGetEntryNum(void* tree) {
     if (tree == nullptr) {
-        SetLastError(LERR_INVALIDARG);
-        LDE_MARK();
+        Refuse(LERR_INVALIDARG, LDE_MARKPOS());
         return 0xFFFFFFFFu;
     }
     return TreeOf(tree)->entryNum;
@@ -519,50 +493,44 @@ DWORD lavlGetEntryNum(void* tree) {
 
 void* lavlGetFirstNode(void* tree, void* start, ULONG_PTR end) {
     if (tree == nullptr) {
-        SetLastError(LERR_INVALIDARG);
-        LDE_MARK();
+        Refuse(LERR_INVALIDARG, LDE_MARKPOS());
         return nullptr;
     }
     AvlTree* t = TreeOf(tree);
     if (t->root == nullptr) return nullptr;
     AvlLink* top = start == nullptr ? t->root : LinkOf(t, start);
-    if (end == 0) return NodeOf(t, Leftmost(top));
-    if (end == ~ULONG_PTR{0}) return NodeOf(t, Rightmost(top));
+    if (end == 0) return NodeOf(t, Extreme<kLeft>(top));
+    if (end == ~ULONG_PTR{0}) return NodeOf(t, Extreme<kRight>(top));
     return nullptr;
 }
 
 void* lavlGetNextNode(void* tree, void* node, int direction) {
     if (tree == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        LDE_MARK();
+        Refuse(ERROR_INVALID_HANDLE, LDE_MARKPOS());
         return nullptr;
     }
     if (node == nullptr) {
-        SetLastError(LERR_INVALIDARG);
-        LDE_MARK();
+        Refuse(LERR_INVALIDARG, LDE_MARKPOS());
         return nullptr;
     }
     AvlTree* t = TreeOf(tree);
     bool broken = false;
     AvlLink* link = LinkOf(t, node);
-    AvlLink* next = direction == 1 ? Successor(link, &broken) : Predecessor(link, &broken);
+    AvlLink* next = direction == 1 ? Neighbour<kRight>(link, &broken) : Neighbour<kLeft>(link, &broken);
     if (next != nullptr) return NodeOf(t, next);
-    if (broken) {
-        LDE_MARK();
-    }
+    if (broken) LDE_MARK();
     return nullptr;
 }
 
 int lavlEnum(void* tree, ULONG_PTR value, LAL_ENUMPROC callback, ULONG_PTR* accumulator) {
     if (tree == nullptr) {
-        SetLastError(LERR_INVALIDARG);
-        LDE_MARK();
+        Refuse(LERR_INVALIDARG, LDE_MARKPOS());
         return 0;
     }
     AvlTree* t = TreeOf(tree);
     if (t->root == nullptr) return 1;
     bool broken = false;
-    for (AvlLink* link = Leftmost(t->root); link != nullptr; link = Successor(link, &broken)) {
+    for (AvlLink* link = Extreme<kLeft>(t->root); link != nullptr; link = Neighbour<kRight>(link, &broken)) {
         if (callback(value, NodeOf(t, link), accumulator) == 0) return 0;
     }
     if (broken) {

@@ -456,6 +456,32 @@ TEST_P(AvlTreeTest, EnumVisitsInOrderAndStops) {
     g_enumLog = nullptr;
 }
 
+// The default comparison reads the key word as a signed difference, so words
+// with the top bit set sort before 0, as negative numbers do.
+TEST(AvlDefaultOrder, KeyWordsCompareAsSignedDifferences) {
+    struct Plain {
+        void* link[4];
+        ULONG_PTR key;
+    };
+    const ULONG_PTR keys[] = {1, ~ULONG_PTR{0}, 0, ~ULONG_PTR{1}, 2};
+    Plain nodes[5];
+    void* tree = lavlCreate(0, nullptr);
+    for (int i = 0; i < 5; ++i) {
+        nodes[i].key = keys[i];
+        ASSERT_EQ(lavlIns(tree, &nodes[i]), 1);
+    }
+    std::vector<ULONG_PTR> order;
+    for (void* n = lavlGetFirstNode(tree, nullptr, 0); n != nullptr; n = lavlGetNextNode(tree, n, 1))
+        order.push_back(static_cast<Plain*>(n)->key);
+    EXPECT_EQ(order, (std::vector<ULONG_PTR>{~ULONG_PTR{1}, ~ULONG_PTR{0}, 0, 1, 2}));
+    Plain probe{};
+    probe.key = ~ULONG_PTR{0};
+    void* found = nullptr;
+    EXPECT_EQ(lavlSearch(tree, &probe, &found, 0), 0);
+    EXPECT_EQ(found, &nodes[1]);
+    EXPECT_EQ(lavlDestroy(tree), 1);
+}
+
 // ---- bad arguments -----------------------------------------------------------------------
 
 TEST(AvlArguments, FailuresSetTheirErrorAndMark) {
