@@ -99,7 +99,9 @@ int lmemVirtualFree(void* p) {
     return VirtualFree(node, 0, MEM_RELEASE);
 }
 
-tagLMM_VirtualAllocNode* lmemGetVirtualAllocNode(void* p) {
+tagLMM_VirtualAllocNode* lmemGetVirtualAllocNode(void* p) { return lmem::FindNode(p); }
+
+tagLMM_VirtualAllocNode* lmem::FindNode(void* p) {
     if (p == nullptr) return nullptr;
     void* tree = lde::Context()->virtualAllocTree;
     if (tree == nullptr) return nullptr;
@@ -118,7 +120,7 @@ tagLMM_VirtualAllocNode* lmemGetVirtualAllocNode(void* p) {
 }
 
 void* lmemVirtualCommit(void* p, DWORD size) {
-    Node* node = lmemGetVirtualAllocNode(p);
+    Node* node = lmem::FindNode(p);
     if (node == nullptr) return nullptr;
     if (VirtualAlloc(p, size, MEM_COMMIT, PAGE_READWRITE) == nullptr) LDE_THROW_MEMORY();
     // One page per call, whether the range was one page or many, committed
