@@ -124,50 +124,6 @@ TEST_F(HeapTest, RandomAllocationsAndFreesAgainstAModel) {
     for (auto& b : live) GlobalFree(b.first);
 }
 
-// GlobalSize takes no lock while other threads make and free blocks: every
-// answer for a block that stays live must be its size, and for an address
-// inside one, 0.
-TEST_F(HeapTest, SizeStaysExactWhileOtherThreadsChangeTheTable) {
-    std::vector<HGLOBAL> stable;
-    for (int i = 0; i < 2000; ++i) stable.push_back(GlobalAlloc(GMEM_FIXED, 1 + i % 1000));
-    std::atomic<bool> stop{false};
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int w = 0; w < 2; ++w) {
-        threads.emplace_back([w, &wrong] {
-            std::mt19937 rng(w);
-            std::vector<HGLOBAL> live;
-            for (int i = 0; i < 40000; ++i) {
-                live.push_back(GlobalAlloc(GMEM_FIXED, 1 + rng() % 512));
-                if (live.size() > 3000 || (rng() % 3 == 0 && !live.empty())) {
-                    size_t k = rng() % live.size();
-                    if (GlobalFree(live[k]) != nullptr) ++wrong;
-                    live[k] = live.back();
-                    live.pop_back();
-                }
-            }
-            for (HGLOBAL h : live) GlobalFree(h);
-        });
-    }
-    for (int r = 0; r < 2; ++r) {
-        threads.emplace_back([&stable, &stop, &wrong] {
-            while (!stop.load()) {
-                for (size_t i = 0; i < stable.size(); ++i) {
-                    if (GlobalSize(stable[i]) != 1 + i % 1000) ++wrong;
-                    if (GlobalSize(static_cast<char*>(stable[i]) + 1) != 0) ++wrong;
-                }
-            }
-        });
-    }
-    threads[0].join();
-    threads[1].join();
-    stop = true;
-    threads[2].join();
-    threads[3].join();
-    EXPECT_EQ(wrong.load(), 0);
-    for (HGLOBAL h : stable) GlobalFree(h);
-}
-
 // Neighbouring blocks share the words that mark them live; two threads that
 // free alternate neighbours at once must each clear only their own marks.
 TEST_F(HeapTest, NeighboursFreedOnTwoThreadsAtOnce) {

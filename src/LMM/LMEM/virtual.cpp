@@ -3,6 +3,8 @@
 // node, and the caller's data starts right behind it; the node lives in the
 // thread's virtualAllocTree, ordered by dataStart, so that any address of the
 // data leads back to it. A block is known only to the thread that made it.
+#include <cstddef>
+
 #include "LMM/LMEM/accounting.h"
 #include "internal/sources.h"
 
@@ -11,6 +13,10 @@
 namespace {
 
 using Node = tagLMM_VirtualAllocNode;
+
+// The tree reads its default key in the word right behind the four link
+// words: that must be dataStart.
+static_assert(offsetof(Node, dataStart) == 4 * sizeof(void*));
 
 // The largest region whose size still fits the node's 32-bit fields.
 SIZE_T LargestRegion() {
