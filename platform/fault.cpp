@@ -16,7 +16,7 @@ struct Arming {
 thread_local Arming t_arming[ORVA_FAULT_OP_COUNT];
 }  // namespace
 
-thread_local bool t_anyArmed = false;
+thread_local constinit bool t_anyArmed __attribute__((tls_model("initial-exec"))) = false;
 
 bool HitSlow(OrvaFaultOp op, DWORD* code) {
     Arming& a = t_arming[op];

@@ -1,13 +1,33 @@
-// The global heap. Blocks come from the C heap; what makes them global blocks
-// is the table of live blocks beside them. Every call looks its argument up in
-// that table before it touches the block, so GlobalSize, GlobalLock and
+// The global heap. Blocks come from the C heap with a small header in front
+// (the size asked for, the lock count, the flags); what makes them global
+// blocks is a map of block starts beside them. Every call looks its argument
+// up in that map before it touches the block, so GlobalSize, GlobalLock and
 // GlobalFree answer "not a block" for any other value (null, a stack address,
-// an interior pointer, a freed block) without reading memory behind it.
+// an interior pointer, a freed block, a wild address) without reading memory
+// behind it.
 //
-// Blocks never move, so a movable block's handle is its address. The table is
-// split into shards, each with its own spin lock and open-addressing array, so
-// threads that work on different blocks rarely meet.
+// The map holds one bit per 16 bytes of address space that has ever held a
+// block, in a three-level radix tree: a fixed top array of 4 GiB slices, a
+// middle node per slice in use, and a leaf of 4096 bits per 64 KiB in use. A
+// lookup is three dependent loads and no lock; a leaf's bits for blocks that
+// lie close together share cache lines, so a run of allocations and frees
+// touches little memory besides the blocks themselves. Nodes are made on
+// first need and never freed, so a lookup with a stale pointer meets no freed
+// memory: the cost is a 512-byte leaf per 64 KiB of address space that ever
+// held a block.
+//
+// A block's bit is set (with release) after its header is written and
+// cleared (by an atomic read-modify-write, so of two threads freeing one block
+// only one succeeds) before it goes back to the C heap. While the process has
+// a single thread (as the C library tells), the bit is set and cleared with
+// plain stores: no one else can look, and the first new thread starts after
+// everything this one wrote. Blocks never move, so a movable block's handle
+// is its address. Calling GlobalSize on a block while another thread frees it
+// is a race of the caller's, as on Windows.
+#include <sys/single_threaded.h>
+
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -17,79 +37,146 @@
 
 namespace {
 
-constexpr uintptr_t kEmpty = 0;
-constexpr uintptr_t kTomb = 1;
-constexpr unsigned kShardBits = 6;
-constexpr unsigned kShards = 1u << kShardBits;
+// ---- the header in front of a block ---------------------------------------------------
 
-struct Entry {
-    uintptr_t key;  // block address, kEmpty or kTomb
-    size_t size;    // size asked for
-    uint32_t locks; // lock count of a movable block
-    uint32_t flags;
+struct Header {
+    size_t size;                  // size asked for
+    std::atomic<uint32_t> locks;  // lock count of a movable block
+    uint32_t flags;               // GMEM_* given at allocation
 };
 
-struct Shard {
-    std::atomic_flag busy = ATOMIC_FLAG_INIT;
-    Entry* slots = nullptr;
-    size_t capacity = 0;  // a power of two, or 0 before the first insert
-    size_t used = 0;      // live entries
-    size_t tombs = 0;     // tombstones
-    char pad[64 - sizeof(std::atomic_flag) - sizeof(Entry*) - 3 * sizeof(size_t)];
+// Blocks start on 16-byte boundaries: the C heap's alignment, kept by a
+// 16-byte header.
+constexpr unsigned kGrainBits = 4;
+static_assert(sizeof(Header) == size_t{1} << kGrainBits);
+static_assert(alignof(std::max_align_t) >= sizeof(Header));
 
-    void Lock() {
-        while (busy.test_and_set(std::memory_order_acquire)) {
-            while (busy.test(std::memory_order_relaxed)) __builtin_ia32_pause();
-        }
-    }
-    void Unlock() { busy.clear(std::memory_order_release); }
+inline Header* HeaderOf(uintptr_t block) { return reinterpret_cast<Header*>(block) - 1; }
+
+// ---- the map of block starts -------------------------------------------------------
+
+constexpr unsigned kLeafBits = 16;  // a leaf covers 64 KiB
+constexpr unsigned kMidBits = 16;   // a middle node covers 4 GiB
+constexpr unsigned kTopBits = 16;   // the top covers a 48-bit address space
+constexpr unsigned kAddressBits = kTopBits + kMidBits + kLeafBits;
+constexpr size_t kLeafWords = (size_t{1} << (kLeafBits - kGrainBits)) / 64;
+
+struct Leaf {
+    std::atomic<uint64_t> words[kLeafWords];
+};
+struct Mid {
+    std::atomic<Leaf*> leaves[size_t{1} << kMidBits];
 };
 
-// Constant-initialised, so the heap works while other shared objects run
-// their static initialisers, and never torn down, so it works to the end.
-Shard g_shards[kShards];
+// Constant-initialised to null, so the heap works while other shared objects
+// run their static initialisers, and never torn down, so it works to the end.
+std::atomic<Mid*> g_top[size_t{1} << kTopBits];
 
-inline size_t Hash(uintptr_t key) {
-    uint64_t h = static_cast<uint64_t>(key) * 0x9E3779B97F4A7C15ull;
-    return static_cast<size_t>(h >> 16);
+// Where the bit of a block start lives.
+struct Bit {
+    std::atomic<uint64_t>* word;
+    uint64_t mask;
+};
+
+inline Bit BitIn(Leaf* leaf, uintptr_t a) {
+    size_t grain = (a & ((uintptr_t{1} << kLeafBits) - 1)) >> kGrainBits;
+    return {&leaf->words[grain / 64], uint64_t{1} << (grain % 64)};
 }
 
-inline Shard& ShardOf(uintptr_t key) { return g_shards[(Hash(key) >> 40) & (kShards - 1)]; }
+// The bit of address a, or a null word when no block ever started near it
+// or a cannot start a block at all.
+inline Bit Lookup(uintptr_t a) {
+    if ((a >> kAddressBits) != 0 || (a & ((uintptr_t{1} << kGrainBits) - 1)) != 0) return {nullptr, 0};
+    Mid* mid = g_top[a >> (kMidBits + kLeafBits)].load(std::memory_order_acquire);
+    if (mid == nullptr) return {nullptr, 0};
+    Leaf* leaf = mid->leaves[(a >> kLeafBits) & ((uintptr_t{1} << kMidBits) - 1)].load(std::memory_order_acquire);
+    if (leaf == nullptr) return {nullptr, 0};
+    return BitIn(leaf, a);
+}
 
-Entry* Find(Shard& s, uintptr_t key) {
-    if (s.capacity == 0 || key <= kTomb) return nullptr;
-    size_t mask = s.capacity - 1;
-    for (size_t i = Hash(key) & mask;; i = (i + 1) & mask) {
-        Entry& e = s.slots[i];
-        if (e.key == key) return &e;
-        if (e.key == kEmpty) return nullptr;
+// Publishes a new node in slot unless another thread was first; the node in
+// the slot afterwards, or null when memory ran out.
+template <class Node>
+Node* Publish(std::atomic<Node*>& slot) {
+    Node* node = slot.load(std::memory_order_acquire);
+    if (node != nullptr) return node;
+    auto* fresh = static_cast<Node*>(std::calloc(1, sizeof(Node)));
+    if (fresh == nullptr) return nullptr;
+    if (slot.compare_exchange_strong(node, fresh, std::memory_order_acq_rel, std::memory_order_acquire)) return fresh;
+    std::free(fresh);
+    return node;
+}
+
+// The bit of a block start at a, making the nodes on the way; a null word
+// when memory ran out.
+[[gnu::noinline]] Bit Make(uintptr_t a) {
+    if ((a >> kAddressBits) != 0) return {nullptr, 0};
+    Mid* mid = Publish(g_top[a >> (kMidBits + kLeafBits)]);
+    if (mid == nullptr) return {nullptr, 0};
+    Leaf* leaf = Publish(mid->leaves[(a >> kLeafBits) & ((uintptr_t{1} << kMidBits) - 1)]);
+    if (leaf == nullptr) return {nullptr, 0};
+    return BitIn(leaf, a);
+}
+
+inline bool IsStart(uintptr_t a) {
+    Bit b = Lookup(a);
+    return b.word != nullptr && (b.word->load(std::memory_order_acquire) & b.mask) != 0;
+}
+
+inline void SetBit(Bit b) {
+    if (__libc_single_threaded) {
+        b.word->store(b.word->load(std::memory_order_relaxed) | b.mask, std::memory_order_release);
+    } else {
+        b.word->fetch_or(b.mask, std::memory_order_release);
     }
 }
 
-void PlaceNew(Entry* slots, size_t capacity, const Entry& entry) {
-    size_t mask = capacity - 1;
-    size_t i = Hash(entry.key) & mask;
-    while (slots[i].key > kTomb) i = (i + 1) & mask;
-    slots[i] = entry;
+// Clears the bit; true when it was set, that is when the block was live.
+inline bool ClearBit(Bit b) {
+    if (__libc_single_threaded) {
+        uint64_t old = b.word->load(std::memory_order_relaxed);
+        if ((old & b.mask) == 0) return false;
+        b.word->store(old & ~b.mask, std::memory_order_relaxed);
+        return true;
+    }
+    return (b.word->fetch_and(~b.mask, std::memory_order_acq_rel) & b.mask) != 0;
 }
 
-// Makes room for one more entry: grows the array, or rebuilds it without its
-// tombstones when they are what fills it. False when memory runs out.
-bool Reserve(Shard& s) {
-    if ((s.used + s.tombs + 1) * 2 <= s.capacity) return true;
-    size_t capacity = s.capacity == 0 ? 64 : s.capacity;
-    while ((s.used + 1) * 4 > capacity) capacity *= 2;
-    Entry* slots = static_cast<Entry*>(std::calloc(capacity, sizeof(Entry)));
-    if (slots == nullptr) return false;
-    for (size_t i = 0; i < s.capacity; ++i) {
-        if (s.slots[i].key > kTomb) PlaceNew(slots, capacity, s.slots[i]);
-    }
-    std::free(s.slots);
-    s.slots = slots;
-    s.capacity = capacity;
-    s.tombs = 0;
-    return true;
+// ---- the memory of a block -------------------------------------------------------------
+
+// Zero-filled memory. The C library's calloc never serves from the thread's
+// cache of freed blocks, so for small blocks malloc and a memset are faster;
+// large blocks come fresh from the kernel already zeroed, which only calloc
+// knows and uses.
+constexpr size_t kCallocFrom = 64 * 1024;
+inline void* ZeroedMemory(size_t bytes) {
+    if (bytes >= kCallocFrom) return std::calloc(1, bytes);
+    void* p = std::malloc(bytes);
+    // The compiler would fold malloc and memset back into calloc; hiding the
+    // pointer from it keeps the two.
+    asm("" : "+r"(p));
+    if (p != nullptr) std::memset(p, 0, bytes);
+    return p;
 }
+
+// For a C heap whose blocks are not 16-byte aligned after all (a replaced
+// malloc may do that): the same memory from the aligned allocator.
+[[gnu::noinline]] void* Realign(void* raw, size_t bytes, bool zero) {
+    std::free(raw);
+    size_t rounded = (bytes + sizeof(Header) - 1) & ~(sizeof(Header) - 1);
+    void* p = std::aligned_alloc(sizeof(Header), rounded);
+    if (p != nullptr && zero) std::memset(p, 0, bytes);
+    return p;
+}
+
+[[gnu::noinline]] HGLOBAL OutOfMemory(void* raw) {
+    std::free(raw);
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return nullptr;
+}
+
+// The answer for a value that is no live block, kept out of the fast paths.
+[[gnu::noinline]] void NotABlock() { SetLastError(ERROR_INVALID_HANDLE); }
 
 }  // namespace
 
@@ -99,27 +186,23 @@ HGLOBAL GlobalAlloc(UINT uFlags, SIZE_T dwBytes) {
         SetLastError(code);
         return nullptr;
     }
-    size_t bytes = dwBytes == 0 ? 1 : dwBytes;
-    void* p = (uFlags & GMEM_ZEROINIT) ? std::calloc(1, bytes) : std::malloc(bytes);
-    if (p == nullptr) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
+    if (dwBytes > SIZE_MAX - sizeof(Header)) return OutOfMemory(nullptr);
+    size_t bytes = sizeof(Header) + dwBytes;
+    void* raw = (uFlags & GMEM_ZEROINIT) ? ZeroedMemory(bytes) : std::malloc(bytes);
+    if ((reinterpret_cast<uintptr_t>(raw) & (sizeof(Header) - 1)) != 0) {
+        raw = Realign(raw, bytes, (uFlags & GMEM_ZEROINIT) != 0);
     }
-    uintptr_t key = reinterpret_cast<uintptr_t>(p);
-    Shard& s = ShardOf(key);
-    s.Lock();
-    bool ok = Reserve(s);
-    if (ok) {
-        PlaceNew(s.slots, s.capacity, Entry{key, dwBytes, 0, uFlags});
-        ++s.used;
-    }
-    s.Unlock();
-    if (!ok) {
-        std::free(p);
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
-    return p;
+    if (raw == nullptr) return OutOfMemory(nullptr);
+    auto* h = static_cast<Header*>(raw);
+    h->size = dwBytes;
+    h->locks.store(0, std::memory_order_relaxed);
+    h->flags = uFlags;
+    uintptr_t block = reinterpret_cast<uintptr_t>(h + 1);
+    Bit b = Lookup(block);
+    if (b.word == nullptr) b = Make(block);
+    if (b.word == nullptr) return OutOfMemory(raw);
+    SetBit(b);
+    return reinterpret_cast<HGLOBAL>(block);
 }
 
 LPVOID GlobalLock(HGLOBAL hMem) {
@@ -128,43 +211,33 @@ LPVOID GlobalLock(HGLOBAL hMem) {
         SetLastError(code);
         return nullptr;
     }
-    uintptr_t key = reinterpret_cast<uintptr_t>(hMem);
-    Shard& s = ShardOf(key);
-    s.Lock();
-    Entry* e = Find(s, key);
-    if (e != nullptr && (e->flags & GMEM_MOVEABLE)) ++e->locks;
-    s.Unlock();
-    if (e == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
+    uintptr_t block = reinterpret_cast<uintptr_t>(hMem);
+    if (!IsStart(block)) {
+        NotABlock();
         return nullptr;
     }
+    Header* h = HeaderOf(block);
+    if (h->flags & GMEM_MOVEABLE) h->locks.fetch_add(1, std::memory_order_relaxed);
     return hMem;
 }
 
 BOOL GlobalUnlock(HGLOBAL hMem) {
-    uintptr_t key = reinterpret_cast<uintptr_t>(hMem);
-    Shard& s = ShardOf(key);
-    s.Lock();
-    Entry* e = Find(s, key);
-    BOOL stillLocked = FALSE;
-    bool notLocked = false;
-    if (e != nullptr) {
-        if (e->locks > 0) {
-            --e->locks;
-            stillLocked = e->locks > 0;
-        } else {
-            notLocked = true;
+    uintptr_t block = reinterpret_cast<uintptr_t>(hMem);
+    if (!IsStart(block)) {
+        NotABlock();
+        return FALSE;
+    }
+    std::atomic<uint32_t>& locks = HeaderOf(block)->locks;
+    uint32_t n = locks.load(std::memory_order_relaxed);
+    do {
+        if (n == 0) {
+            SetLastError(ERROR_NOT_LOCKED);
+            return FALSE;
         }
-    }
-    s.Unlock();
-    if (e == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
-    } else if (notLocked) {
-        SetLastError(ERROR_NOT_LOCKED);
-    } else if (!stillLocked) {
-        SetLastError(NO_ERROR);
-    }
-    return stillLocked;
+    } while (!locks.compare_exchange_weak(n, n - 1, std::memory_order_relaxed));
+    if (n - 1 > 0) return TRUE;
+    SetLastError(NO_ERROR);
+    return FALSE;
 }
 
 HGLOBAL GlobalFree(HGLOBAL hMem) {
@@ -173,33 +246,23 @@ HGLOBAL GlobalFree(HGLOBAL hMem) {
         SetLastError(code);
         return hMem;
     }
-    uintptr_t key = reinterpret_cast<uintptr_t>(hMem);
-    Shard& s = ShardOf(key);
-    s.Lock();
-    Entry* e = Find(s, key);
-    if (e != nullptr) {
-        e->key = kTomb;
-        --s.used;
-        ++s.tombs;
-    }
-    s.Unlock();
-    if (e == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
+    uintptr_t block = reinterpret_cast<uintptr_t>(hMem);
+    Bit b = Lookup(block);
+    if (b.word == nullptr || !ClearBit(b)) {
+        NotABlock();
         return hMem;
     }
-    std::free(hMem);
+    std::free(HeaderOf(block));
     return nullptr;
 }
 
 SIZE_T GlobalSize(HGLOBAL hMem) {
-    uintptr_t key = reinterpret_cast<uintptr_t>(hMem);
-    Shard& s = ShardOf(key);
-    s.Lock();
-    Entry* e = Find(s, key);
-    size_t size = e != nullptr ? e->size : 0;
-    s.Unlock();
-    if (e == nullptr) SetLastError(ERROR_INVALID_HANDLE);
-    return size;
+    uintptr_t block = reinterpret_cast<uintptr_t>(hMem);
+    if (!IsStart(block)) {
+        NotABlock();
+        return 0;
+    }
+    return HeaderOf(block)->size;
 }
 
 SIZE_T OrvaGlobalLiveBlocks(void) {

@@ -2,7 +2,11 @@
 // the library relies on, and injected failures.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <random>
+#include <thread>
 #include <vector>
 
 #include <orvanest/platform/platform.h>
@@ -83,6 +87,66 @@ TEST_F(HeapTest, ManyBlocksStayDistinctThroughGrowthAndFrees) {
         ASSERT_EQ(GlobalSize(blocks[i]), i % 2 ? 1 + i % 97 : 0u) << i;
     }
     for (size_t i = 1; i < blocks.size(); i += 2) ASSERT_EQ(GlobalFree(blocks[i]), nullptr);
+}
+
+// Frees pull later entries of a cluster back into the gap; a seeded mix of
+// allocations and frees in random order, checked against a model, shows that
+// every live block stays findable and no freed one is.
+TEST_F(HeapTest, RandomAllocationsAndFreesAgainstAModel) {
+    std::mt19937 rng(99);
+    std::vector<std::pair<HGLOBAL, SIZE_T>> live;
+    std::vector<HGLOBAL> freed;
+    for (int step = 1; step <= 30000; ++step) {
+        if (live.empty() || rng() % 5 < 3) {
+            SIZE_T size = 1 + rng() % 300;
+            live.emplace_back(GlobalAlloc(GMEM_FIXED, size), size);
+            ASSERT_NE(live.back().first, nullptr);
+        } else {
+            size_t k = rng() % live.size();
+            ASSERT_EQ(GlobalFree(live[k].first), nullptr) << step;
+            freed.push_back(live[k].first);
+            live[k] = live.back();
+            live.pop_back();
+        }
+        if (step % 1000 == 0) {
+            for (auto& [h, size] : live) ASSERT_EQ(GlobalSize(h), size) << step;
+            // A freed address may have come back as a new block; only those
+            // that did not are "not a block".
+            for (HGLOBAL h : freed) {
+                bool reused = std::any_of(live.begin(), live.end(), [h](auto& b) { return b.first == h; });
+                if (!reused) {
+                    ASSERT_EQ(GlobalSize(h), 0u) << step;
+                }
+            }
+            freed.clear();
+        }
+    }
+    for (auto& b : live) GlobalFree(b.first);
+}
+
+// Neighbouring blocks share the words that mark them live; two threads that
+// free alternate neighbours at once must each clear only their own marks.
+TEST_F(HeapTest, NeighboursFreedOnTwoThreadsAtOnce) {
+    for (int round = 0; round < 10; ++round) {
+        std::vector<HGLOBAL> blocks;
+        for (int i = 0; i < 50000; ++i) blocks.push_back(GlobalAlloc(GMEM_FIXED, 16));
+        std::atomic<int> failed{0};
+        std::atomic<int> ready{0};
+        auto freeEvery = [&](size_t first) {
+            // Both start together, so that their frees overlap.
+            ++ready;
+            while (ready.load() < 2) {
+            }
+            for (size_t i = first; i < blocks.size(); i += 2) {
+                if (GlobalFree(blocks[i]) != nullptr) ++failed;
+            }
+        };
+        std::thread even(freeEvery, 0), odd(freeEvery, 1);
+        even.join();
+        odd.join();
+        ASSERT_EQ(failed.load(), 0) << round;
+        for (HGLOBAL h : blocks) ASSERT_EQ(GlobalSize(h), 0u) << round;
+    }
 }
 
 TEST_F(HeapTest, InjectedFailuresHitTheNthCallOnceOrFromThenOn) {

@@ -22,6 +22,14 @@ std::string WithoutLong(const char* format) {
     return s;
 }
 
+std::string WithoutSize(const char* format) {
+    std::string s;
+    for (const char* f = format; *f != '\0'; ++f) {
+        if (*f != 'h') s += *f;
+    }
+    return s;
+}
+
 // Formats one 32-bit argument both ways and compares text and length.
 void ExpectLikeC(const char* format, int value) {
     char ours[WSPRINTF_LIMIT];
@@ -64,7 +72,8 @@ TEST(WsprintfTest, CharactersAndStringsMatchC) {
         char ours[WSPRINTF_LIMIT];
         char theirs[WSPRINTF_LIMIT];
         int n = wsprintfA(ours, c.format, c.value);
-        int m = std::snprintf(theirs, sizeof theirs, c.format, c.value);
+        // 'h' before s and c asks for narrow text, which all of it is here.
+        int m = std::snprintf(theirs, sizeof theirs, WithoutSize(c.format).c_str(), c.value);
         EXPECT_STREQ(ours, theirs) << c.format;
         EXPECT_EQ(n, m) << c.format;
     }
@@ -73,7 +82,7 @@ TEST(WsprintfTest, CharactersAndStringsMatchC) {
             char ours[WSPRINTF_LIMIT];
             char theirs[WSPRINTF_LIMIT];
             int n = wsprintfA(ours, format, c);
-            int m = std::snprintf(theirs, sizeof theirs, format, c);
+            int m = std::snprintf(theirs, sizeof theirs, WithoutSize(format).c_str(), c);
             ASSERT_EQ(n, m) << format << " " << c;
             EXPECT_EQ(std::memcmp(ours, theirs, n + 1), 0) << format << " " << c;
         }

@@ -21,4 +21,8 @@ inline DWORD PageSize() {
     return info.dwPageSize;
 }
 
+// lmemGetVirtualAllocNode without the trip through the exported name, for
+// the family's own hot paths (every lmemFree asks it first).
+tagLMM_VirtualAllocNode* FindNode(void* p);
+
 }  // namespace lmem

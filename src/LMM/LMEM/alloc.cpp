@@ -55,7 +55,7 @@ int lmemFree(void* p) {
         LDE_MARK();
         return 0;
     }
-    if (lmemGetVirtualAllocNode(p) != nullptr) return lmemVirtualFree(p);
+    if (lmem::FindNode(p) != nullptr) return lmemVirtualFree(p);
     // Not a live global block (interior, freed, stack, another thread's
     // virtual block): nothing to free, and the counters stay.
     SIZE_T n = GlobalSize(p);
@@ -68,7 +68,7 @@ int lmemFree(void* p) {
 void* lmemReAlloc(void* p, DWORD size) {
     // The old size of a virtual block runs from p to the block's end, so an
     // interior pointer copies no byte from beyond it.
-    tagLMM_VirtualAllocNode* node = lmemGetVirtualAllocNode(p);
+    tagLMM_VirtualAllocNode* node = lmem::FindNode(p);
     SIZE_T old = node != nullptr ? static_cast<SIZE_T>(static_cast<char*>(node->dataLast) - static_cast<char*>(p)) + 1
                                  : GlobalSize(p);
     auto* fresh = static_cast<char*>(lmemAllocFunc(size, LDE_POS()));

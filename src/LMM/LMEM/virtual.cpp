@@ -3,6 +3,8 @@
 // node, and the caller's data starts right behind it; the node lives in the
 // thread's virtualAllocTree, ordered by dataStart, so that any address of the
 // data leads back to it. A block is known only to the thread that made it.
+#include <cstddef>
+
 #include "LMM/LMEM/accounting.h"
 #include "internal/sources.h"
 
@@ -11,6 +13,10 @@
 namespace {
 
 using Node = tagLMM_VirtualAllocNode;
+
+// The tree reads its default key in the word right behind the four link
+// words: that must be dataStart.
+static_assert(offsetof(Node, dataStart) == 4 * sizeof(void*));
 
 // The largest region whose size still fits the node's 32-bit fields.
 SIZE_T LargestRegion() {
@@ -99,7 +105,9 @@ int lmemVirtualFree(void* p) {
     return VirtualFree(node, 0, MEM_RELEASE);
 }
 
-tagLMM_VirtualAllocNode* lmemGetVirtualAllocNode(void* p) {
+tagLMM_VirtualAllocNode* lmemGetVirtualAllocNode(void* p) { return lmem::FindNode(p); }
+
+tagLMM_VirtualAllocNode* lmem::FindNode(void* p) {
     if (p == nullptr) return nullptr;
     void* tree = lde::Context()->virtualAllocTree;
     if (tree == nullptr) return nullptr;
@@ -118,7 +126,7 @@ tagLMM_VirtualAllocNode* lmemGetVirtualAllocNode(void* p) {
 }
 
 void* lmemVirtualCommit(void* p, DWORD size) {
-    Node* node = lmemGetVirtualAllocNode(p);
+    Node* node = lmem::FindNode(p);
     if (node == nullptr) return nullptr;
     if (VirtualAlloc(p, size, MEM_COMMIT, PAGE_READWRITE) == nullptr) LDE_THROW_MEMORY();
     // One page per call, whether the range was one page or many, committed
