@@ -31,7 +31,7 @@ bool BlockHolds(const Arena* a, const AmlcBlock* b) {
         const DWORD word = c->word;
         const DWORD size = lamlc::SizeOf(word);
         if (!lamlc::IsFree(word)) {
-            if (size == 0) return false;
+            if (size == 0 || (word & kAmlcFreeBits) != 0) return false;
             at += lamlc::Rounded(size);
             continue;
         }
