@@ -143,7 +143,7 @@ bool SortStep(Arena* a) {
         }
         return false;
     }
-    if (a->sortNode > a->sortNext) {
+    if (reinterpret_cast<uintptr_t>(a->sortNode) > reinterpret_cast<uintptr_t>(a->sortNext)) {
         AmlcChunk* later = a->sortNode;
         SwapPlaces(&a->freeList[a->sortIndex], a->sortNode, a->sortNext);
         a->sortNode = a->sortNext;
