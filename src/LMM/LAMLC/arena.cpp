@@ -86,9 +86,9 @@ void* lamlcCreate(DWORD firstSize, DWORD unitSize, DWORD) {
 // Releases the blocks, with every chunk still in them, then the big
 // allocations, then the record.
 int lamlcDestroy(void* arena) {
+    BusyScope busy(lde::Context()->amlcBusy);
     if (arena == nullptr) return 0;
     Arena* a = static_cast<Arena*>(arena);
-    BusyScope busy(a->context->amlcBusy);
     if (FreeAll(a->blockList) == 0 || FreeAll(a->bigList) == 0) {
         LDE_PASS();
         return 0;
