@@ -16,10 +16,6 @@
 
 #include "internal/context.h"
 
-// TEMPORARY until the base allocator is merged.
-ORVANEST_EXPORT void* lmemAllocFunc(DWORD size, DWORD mark);
-ORVANEST_EXPORT int lmemFree(void* p);
-
 struct AmlcChunk {
     DWORD word;
     AmlcChunk* prev;  // free chunks only: links of the free list
