@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <random>
@@ -46,6 +47,20 @@ bool Holds(const void* p, DWORD size, unsigned seed) {
     for (DWORD i = 4; i < size; ++i)
         if (static_cast<const unsigned char*>(p)[i] != PatternByte(seed, i)) return false;
     return WordOf(p) == size;
+}
+
+// The base allocator's count of global bytes now, the last number of its
+// diagnostic box.
+DWORD g_globalBytes;
+int CaptureBox(HWND, LPCSTR text, LPCSTR, UINT) {
+    g_globalBytes = static_cast<DWORD>(std::strtoul(std::strrchr(text, '=') + 1, nullptr, 10));
+    return IDOK;
+}
+DWORD GlobalBytes() {
+    ORVA_MSGBOXHANDLER old = OrvaSetMessageBoxHandler(CaptureBox);
+    lmemDispAllocInfo();
+    OrvaSetMessageBoxHandler(old);
+    return g_globalBytes;
 }
 
 // Each case runs in its own process, so the thread's arena list starts empty;
@@ -282,24 +297,32 @@ TEST_F(Lamlc, RefreshWorksOnlyAfterAChange) {
     EXPECT_EQ(lamlcRefresh(), 0);
 }
 
-TEST_F(Lamlc, CheckFindsADamagedWord) {
+TEST_F(Lamlc, CheckFindsDamage) {
     void* a = Make(4096, 4096);
     void* p = lamlcAlloc(a, 64);
     void* f = lamlcAlloc(a, 64);
+    void* g = lamlcAlloc(a, 64);
     lamlcAlloc(a, 64);
     lamlcFree(a, f);
-    const DWORD damage[] = {0, 0xF0000004u, 0x80000040u, 0x70000040u};
-    for (void* target : {p, f}) {
-        DWORD saved = WordOf(target);
-        for (DWORD word : damage) {
-            *static_cast<DWORD*>(target) = word;
-            SetLastError(4321);
-            EXPECT_EQ(lamlcCheck(), 0) << std::hex << word;
-            EXPECT_EQ(GetLastError(), 4321u);
-        }
-        *static_cast<DWORD*>(target) = saved;
+    lamlcFree(a, g);  // the list of 64: g, then f
+    auto expectDamage = [](DWORD* at, DWORD value) {
+        DWORD saved = *at;
+        *at = value;
+        SetLastError(4321);
+        EXPECT_EQ(lamlcCheck(), 0) << std::hex << value;
+        EXPECT_EQ(GetLastError(), 4321u);
+        *at = saved;
         EXPECT_EQ(lamlcCheck(), 1);
-    }
+    };
+    for (void* target : {p, f})
+        for (DWORD word : {0u, 0xF0000004u, 0x80000040u, 0x70000040u}) expectDamage(static_cast<DWORD*>(target), word);
+    // A free chunk that its list has lost: g's next no longer leads to f.
+    auto* gShape = static_cast<FreeChunkShape*>(g);
+    ASSERT_EQ(gShape->next, f);
+    gShape->next = nullptr;
+    EXPECT_EQ(lamlcCheck(), 0);
+    gShape->next = f;
+    EXPECT_EQ(lamlcCheck(), 1);
 }
 
 // The operations under test, by either name.
@@ -406,10 +429,10 @@ protected:
                 ASSERT_EQ(OrvaFaultInjected(ORVA_FAULT_GLOBALALLOC), 1u);
             }
             OrvaFaultReset();
-            Verify(api, m, op >= 95);
+            ASSERT_NO_FATAL_FAILURE(Verify(api, m, op >= 95)) << "step " << step << ", operation " << op;
         }
         for (ArenaModel& m : models) {
-            Verify(api, m, true);
+            ASSERT_NO_FATAL_FAILURE(Verify(api, m, true));
             EXPECT_EQ(api.destroy(m.arena), 1);
         }
         EXPECT_EQ(lamlcRefresh(), 0);
@@ -434,27 +457,31 @@ INSTANTIATE_TEST_SUITE_P(Seeds, LamlcRandom, ::testing::Combine(::testing::Value
 
 // Each allocating operation, failed at its n-th heap call for n = 1, 2, 3 ...
 // until a run needs no failure: it raises, and the arena stays sound with
-// every earlier chunk intact.
+// every earlier chunk intact and goes on serving. Once the thread's arenas are
+// gone (an arena whose first block failed stays listed until then), every
+// byte taken from the base allocator has been given back.
 TEST_F(Lamlc, ExhaustionRaisesFromEveryAllocatingOperation) {
     enum Op { Create, CarveNewBlock, Big, MoveToNewBlock, MoveToBig };
     for (Op op : {Create, CarveNewBlock, Big, MoveToNewBlock, MoveToBig}) {
         int raised = 0;
         for (DWORD n = 1;; ++n) {
+            const DWORD before = GlobalBytes();
             void* a = op == Create ? nullptr : lamlcCreate(256, 256, 0);
             std::vector<Live> live;
-            for (unsigned i = 0; a != nullptr && i < 3; ++i) {
-                live.push_back({lamlcAlloc(a, 80), 80, i});  // the first block is nearly full
-                Fill(live.back().p, 80, i);
-            }
+            auto take = [&](DWORD size) {
+                live.push_back({lamlcAlloc(a, size), size, static_cast<unsigned>(live.size())});
+                Fill(live.back().p, size, live.back().seed);
+            };
+            for (unsigned i = 0; a != nullptr && i < 3; ++i) take(72);  // 40 bytes of the block are left
             OrvaFaultArm(ORVA_FAULT_GLOBALALLOC, n, ERROR_NOT_ENOUGH_MEMORY, FALSE);
             try {
                 switch (op) {
                 case Create: a = lamlcCreate(256, 256, 0); break;
                 case CarveNewBlock: lamlcAlloc(a, 200); break;
                 case Big: lamlcAlloc(a, 5000); break;
-                case MoveToNewBlock:  // 8 bytes less cannot stay in place, and the block is full
-                    live[2].p = lamlcReSize(a, live[2].p, 72);
-                    live[2].size = 72;
+                case MoveToNewBlock:  // 8 bytes less cannot stay in place
+                    live[2].p = lamlcReSize(a, live[2].p, 64);
+                    live[2].size = 64;
                     break;
                 case MoveToBig: lamlcReSize(a, lamlcAlloc(a, 3000), 2000); break;
                 }
@@ -464,10 +491,16 @@ TEST_F(Lamlc, ExhaustionRaisesFromEveryAllocatingOperation) {
             DWORD injected = OrvaFaultInjected(ORVA_FAULT_GLOBALALLOC);
             OrvaFaultReset();
             ASSERT_EQ(lamlcCheck(), 1) << op << " at " << n;
-            for (const Live& l : live) ASSERT_TRUE(Holds(l.p, l.size, l.seed));
             if (a != nullptr) {
+                for (DWORD size : {40u, 200u, 40u, 3000u}) take(size);
+                lamlcCompact(a);
+                ASSERT_EQ(lamlcCheck(), 1) << op << " at " << n;
+                for (const Live& l : live) ASSERT_TRUE(Holds(l.p, l.size, l.seed)) << op << " at " << n;
                 ASSERT_EQ(lamlcDestroy(a), 1);
             }
+            ASSERT_EQ(lamlcMainDestroy(), 1);
+            ASSERT_EQ(lamlcMainCreate(), 1);
+            ASSERT_EQ(GlobalBytes(), before) << op << " at " << n;
             if (injected == 0) break;
         }
         EXPECT_GT(raised, 0) << op;
