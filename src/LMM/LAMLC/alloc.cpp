@@ -109,20 +109,59 @@ int lamlc::Free(Arena* a, void* p) {
     return 1;
 }
 
-void* lamlcAlloc(void* arena, DWORD size) {
-    Arena* a = static_cast<Arena*>(arena);
+// The paths that may call out, and so may raise, hold the busy flag through
+// a scope object. The fast paths (a small chunk from its exact list, a small
+// chunk pushed back) call nothing and set and drop the flag themselves, which
+// spares them a frame.
+namespace {
+
+[[gnu::noinline]] void* AllocSlow(Arena* a, DWORD size) {
     BusyScope busy(a->context->amlcBusy);
     lamlc::ClearStepState(a);
     if (size == 0) return nullptr;
     return lamlc::Alloc(a, size);
 }
 
-int lamlcFree(void* arena, void* p) {
-    Arena* a = static_cast<Arena*>(arena);
+[[gnu::noinline]] int FreeSlow(Arena* a, void* p) {
     BusyScope busy(a->context->amlcBusy);
     lamlc::ClearStepState(a);
     if (p == nullptr) return 0;
     return lamlc::Free(a, p);
+}
+
+}  // namespace
+
+void* lamlcAlloc(void* arena, DWORD size) {
+    Arena* a = static_cast<Arena*>(arena);
+    if (a->phase == 0 && size - 1 < kAmlcLargest) {
+        DWORD index = lamlc::Rounded(size) / kAmlcStep;
+        if (a->freeList[index] != nullptr) {
+            int& busy = a->context->amlcBusy;
+            busy = 1;
+            AmlcChunk* c = lamlc::PopHead(a, index);
+            c->word = size;
+            busy = 0;
+            return c;
+        }
+    }
+    return AllocSlow(a, size);
+}
+
+int lamlcFree(void* arena, void* p) {
+    Arena* a = static_cast<Arena*>(arena);
+    if (a->phase == 0 && p != nullptr) {
+        DWORD word = lamlc::WordOf(p);
+        if (word - 1 < kAmlcLargest) {  // allocated, 1 to 1024 bytes
+            int& busy = a->context->amlcBusy;
+            busy = 1;
+            DWORD r = lamlc::Rounded(word);
+            lamlc::SetWord(p, r | kAmlcFreeBits);
+            lamlc::Push(a, static_cast<AmlcChunk*>(p), r);
+            busy = 0;
+            return 1;
+        }
+    }
+    return FreeSlow(a, p);
 }
 
 // Shrinks in place when the cut-off tail can stand as a chunk of its own (it
