@@ -95,3 +95,13 @@ ORVANEST_EXPORT int lslistEnum(void* list, ULONG_PTR value, LAL_ENUMPROC callbac
 ORVANEST_EXPORT void* lslistGetFirstNode(void* list, UINT index);
 ORVANEST_EXPORT void* lslistGetNextNode(void* list, void* node, int direction);
 ORVANEST_EXPORT UINT lslistGetNodeIndex(void* list, void* node);
+
+// ---- arenas, second names --------------------------------------------------------
+// Each forwards to its lamlc* twin (LMM.h) and gives its result.
+ORVANEST_EXPORT void* laemmCreateFunc(DWORD firstSize, DWORD unitSize, DWORD);
+ORVANEST_EXPORT int laemmDestroy(void* arena);
+ORVANEST_EXPORT void* laemmAlloc(void* arena, DWORD size);
+ORVANEST_EXPORT int laemmFree(void* arena, void* p);
+ORVANEST_EXPORT void* laemmReSize(void* arena, void* p, DWORD size);
+ORVANEST_EXPORT int laemmCompact(void* arena);
+ORVANEST_EXPORT int laemmCheckNodeLink(void);

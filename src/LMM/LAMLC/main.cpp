@@ -5,10 +5,6 @@
 
 #define LDE_THIS_SOURCE lde::g_srcLAMLC
 
-// Arenas themselves are not built yet, so no arena can ever be in the list;
-// should one be, this stops the process rather than leak it silently.
-int lamlcDestroyNotYetAvailable(void* arena);
-
 int lamlcMainCreate(void) {
     tagLDE_ThreadContext* ctx = lde::Context();
     ctx->amlcList = nullptr;
@@ -19,8 +15,10 @@ int lamlcMainCreate(void) {
 int lamlcMainDestroy(void) {
     tagLDE_ThreadContext* ctx = lde::Context();
     if (ctx->amlcList == nullptr) return 0;
+    // The result of each destroy is not looked at: for an arena of the list
+    // it gives 1 or raises, and either way the loop comes to an end.
     for (void* arena; (arena = ldlistGetFirstNode(ctx->amlcList, 0)) != nullptr;) {
-        lamlcDestroyNotYetAvailable(arena);
+        lamlcDestroy(arena);
     }
     ldlistDestroy(ctx->amlcList);
     ctx->amlcList = nullptr;
