@@ -60,6 +60,7 @@ TEST(ExportsTest, LibraryExportsOnlyItsInterface) {
 TEST(ExportsTest, PlatformExportsOnlyItsSubsetAndExtensions) {
     std::regex allowed(
         "^[A-Z][A-Za-z0-9]*[a-z0-9A-Z]\\("    // Win32 functions and Afx*/Orva* extensions
+        "|^[a-z]+[A-Za-z]*A\\("          // Win32 ANSI functions named in lower case (wsprintfA)
         "|^C[A-Z][A-Za-z]*(::|$)"              // MFC classes
         "|^orvacrt::"                          // the C runtime subset
         "|^operator[^(]*\\([^)]*CString");     // CString's free operators

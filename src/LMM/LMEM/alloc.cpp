@@ -81,6 +81,9 @@ void* lmemReAlloc(void* p, DWORD size) {
     // When the old block cannot be freed it stays the caller's, and the new
     // one must not outlive the failure: neither when lmemFree refuses nor
     // when it raises.
+    // A p that was no live block may name the very address the heap has
+    // just handed out again; freeing it would free the new block.
+    if (fresh == p) return fresh;
     int freed;
     try {
         freed = lmemFree(p);
