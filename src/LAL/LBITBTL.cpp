@@ -5,11 +5,12 @@
 // in index order when the bytes are read as one big-endian number. The
 // search uses that: eight bytes loaded and byte-swapped are 64 bits in index
 // order, where the nearest hit is a count of leading (going up) or trailing
-// (going down) zeros. Long runs without a hit are skipped 64 bytes at a time
-// with one vector comparison. The answer is always the one a bit-by-bit walk
+// (going down) zeros. After a few hundred bytes without a hit, the rest of
+// a long run is skipped 64 or 128 bytes at a time with vector comparisons
+// (AVX2 where the processor has it). The answer is always the one a bit-by-bit walk
 // gives; bits beyond `count` are masked off and never found, and no read goes
 // past the `byteSize` bytes of the table.
-#include <emmintrin.h>
+#include <immintrin.h>
 
 #include <cstring>
 
@@ -31,7 +32,6 @@ struct BitTable {
 
 constexpr DWORD kNotFound = 0xFFFFFFFEu;
 constexpr DWORD kFailed = 0xFFFFFFFFu;
-constexpr int kBlockBytes = 64;
 
 inline BitTable* TableOf(void* table) { return static_cast<BitTable*>(table); }
 
@@ -41,10 +41,10 @@ inline uint64_t Load64(const BYTE* p) {
     return __builtin_bswap64(w);
 }
 
-// The 64 bits of bytes [pos, pos + 8) in index order. Bytes outside the
-// table (before 0 or from byteSize on) read as 0; callers mask those bits.
-inline uint64_t Word(const BitTable* t, long pos) {
-    if (pos >= 0 && pos + 8 <= static_cast<long>(t->byteSize)) return Load64(t->bits + pos);
+// The 64 bits of bytes [pos, pos + 8) in index order, for a word that runs
+// off either end of the table: bytes outside it read as 0, and callers mask
+// the bits that stand for them.
+uint64_t EdgeWord(const BitTable* t, long pos) {
     BYTE buffer[8] = {};
     for (int i = 0; i < 8; ++i) {
         long at = pos + i;
@@ -53,55 +53,123 @@ inline uint64_t Word(const BitTable* t, long pos) {
     return Load64(buffer);
 }
 
-// True when none of the 64 bytes at p holds a bit equal to the wanted value:
-// all zero when 1 is wanted, all ones when 0 is wanted.
-inline bool NoHitIn64(const BYTE* p, bool one) {
-    const __m128i* v = reinterpret_cast<const __m128i*>(p);
-    __m128i a = _mm_loadu_si128(v), b = _mm_loadu_si128(v + 1);
-    __m128i c = _mm_loadu_si128(v + 2), d = _mm_loadu_si128(v + 3);
-    if (one) {
-        __m128i any = _mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d));
-        return _mm_movemask_epi8(_mm_cmpeq_epi8(any, _mm_setzero_si128())) == 0xFFFF;
-    }
-    __m128i all = _mm_and_si128(_mm_and_si128(a, b), _mm_and_si128(c, d));
-    return _mm_movemask_epi8(_mm_cmpeq_epi8(all, _mm_set1_epi8(-1))) == 0xFFFF;
+inline uint64_t WordAt(const BitTable* t, long pos) {
+    // A negative pos reads as a huge unsigned one and takes the edge road.
+    return static_cast<unsigned long>(pos) + 8 <= t->byteSize ? Load64(t->bits + pos) : EdgeWord(t, pos);
 }
 
-// Upwards from `start` to `last`, both valid indices.
-DWORD SearchUp(const BitTable* t, DWORD start, DWORD last, bool one) {
-    const uint64_t flip = one ? 0 : ~uint64_t{0};
+// Runs without a hit are skipped a block at a time with vector compares: a
+// block has no hit when its bytes are all zero (1 wanted) or all ones (0
+// wanted). Each skipper gives the first block position, going up from pos or
+// down to the block that ends at pos, that may hold a hit or is too near the
+// edge of the table for a whole block.
+using SkipUpFn = long (*)(const BYTE* bits, long pos, long byteSize, bool one);
+using SkipDownFn = long (*)(const BYTE* bits, long end, bool one);
+
+long SkipUpSse2(const BYTE* bits, long pos, long byteSize, bool one) {
+    const __m128i want = one ? _mm_setzero_si128() : _mm_set1_epi8(-1);
+    for (; pos + 64 <= byteSize; pos += 64) {
+        const __m128i* v = reinterpret_cast<const __m128i*>(bits + pos);
+        __m128i a = _mm_loadu_si128(v), b = _mm_loadu_si128(v + 1);
+        __m128i c = _mm_loadu_si128(v + 2), d = _mm_loadu_si128(v + 3);
+        __m128i x = one ? _mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))
+                        : _mm_and_si128(_mm_and_si128(a, b), _mm_and_si128(c, d));
+        if (_mm_movemask_epi8(_mm_cmpeq_epi8(x, want)) != 0xFFFF) break;
+    }
+    return pos;
+}
+
+long SkipDownSse2(const BYTE* bits, long end, bool one) {
+    const __m128i want = one ? _mm_setzero_si128() : _mm_set1_epi8(-1);
+    for (; end - 63 >= 0; end -= 64) {
+        const __m128i* v = reinterpret_cast<const __m128i*>(bits + end - 63);
+        __m128i a = _mm_loadu_si128(v), b = _mm_loadu_si128(v + 1);
+        __m128i c = _mm_loadu_si128(v + 2), d = _mm_loadu_si128(v + 3);
+        __m128i x = one ? _mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))
+                        : _mm_and_si128(_mm_and_si128(a, b), _mm_and_si128(c, d));
+        if (_mm_movemask_epi8(_mm_cmpeq_epi8(x, want)) != 0xFFFF) break;
+    }
+    return end;
+}
+
+__attribute__((target("avx2"))) long SkipUpAvx2(const BYTE* bits, long pos, long byteSize, bool one) {
+    const __m256i want = one ? _mm256_setzero_si256() : _mm256_set1_epi8(-1);
+    for (; pos + 128 <= byteSize; pos += 128) {
+        const __m256i* v = reinterpret_cast<const __m256i*>(bits + pos);
+        __m256i a = _mm256_loadu_si256(v), b = _mm256_loadu_si256(v + 1);
+        __m256i c = _mm256_loadu_si256(v + 2), d = _mm256_loadu_si256(v + 3);
+        __m256i x = one ? _mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d))
+                        : _mm256_and_si256(_mm256_and_si256(a, b), _mm256_and_si256(c, d));
+        if (static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(x, want))) != 0xFFFFFFFFu) break;
+    }
+    return SkipUpSse2(bits, pos, byteSize, one);
+}
+
+__attribute__((target("avx2"))) long SkipDownAvx2(const BYTE* bits, long end, bool one) {
+    const __m256i want = one ? _mm256_setzero_si256() : _mm256_set1_epi8(-1);
+    for (; end - 127 >= 0; end -= 128) {
+        const __m256i* v = reinterpret_cast<const __m256i*>(bits + end - 127);
+        __m256i a = _mm256_loadu_si256(v), b = _mm256_loadu_si256(v + 1);
+        __m256i c = _mm256_loadu_si256(v + 2), d = _mm256_loadu_si256(v + 3);
+        __m256i x = one ? _mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d))
+                        : _mm256_and_si256(_mm256_and_si256(a, b), _mm256_and_si256(c, d));
+        if (static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(x, want))) != 0xFFFFFFFFu) break;
+    }
+    return SkipDownSse2(bits, end, one);
+}
+
+const bool g_haveAvx2 = __builtin_cpu_supports("avx2");
+const SkipUpFn g_skipUp = g_haveAvx2 ? SkipUpAvx2 : SkipUpSse2;
+const SkipDownFn g_skipDown = g_haveAvx2 ? SkipDownAvx2 : SkipDownSse2;
+
+// Near hits are found word by word; after this many bytes without a hit
+// the search turns to skipping vector blocks.
+constexpr long kBytesBeforeSkipping = 256;
+
+// The index of the first hit in word w at byte pos going up, or none when it
+// lies beyond last: bits come in index order, so no later one can be nearer.
+inline DWORD FirstUp(long pos, uint64_t w, DWORD last) {
+    DWORD index = static_cast<DWORD>(pos * 8 + __builtin_clzll(w));
+    return index <= last ? index : kNotFound;
+}
+
+inline DWORD FirstDown(long end, uint64_t w) { return static_cast<DWORD>((end - 7) * 8 + 63 - __builtin_ctzll(w)); }
+
+// The search upwards after the word at pos held no hit.
+__attribute__((noinline)) DWORD ContinueUp(const BitTable* t, long pos, DWORD last, uint64_t flip) {
+    const BYTE* const bits = t->bits;
+    const long byteSize = t->byteSize;
     const long lastByte = static_cast<long>(last >> 3);
-    long pos = static_cast<long>(start >> 3);
-    uint64_t w = (Word(t, pos) ^ flip) & (~uint64_t{0} >> (start & 7));
+    const long wholeEnd = byteSize - 8 < lastByte ? byteSize - 8 : lastByte;
+    const long skipAt = pos + kBytesBeforeSkipping;
     for (;;) {
-        long firstIndex = pos * 8;
-        if (firstIndex + 63 > static_cast<long>(last)) w &= ~uint64_t{0} << (63 - (last - firstIndex));
-        if (w != 0) return static_cast<DWORD>(firstIndex + __builtin_clzll(w));
         pos += 8;
-        while (pos + kBlockBytes <= static_cast<long>(t->byteSize) && NoHitIn64(t->bits + pos, one)) {
-            pos += kBlockBytes;
-        }
-        if (pos > lastByte) return kNotFound;
-        w = Word(t, pos) ^ flip;
+        if (pos > wholeEnd) break;
+        uint64_t w = Load64(bits + pos) ^ flip;
+        if (w != 0) return FirstUp(pos, w, last);
+        if (pos == skipAt) pos = g_skipUp(bits, pos + 8, byteSize, flip == 0) - 8;
     }
+    for (; pos <= lastByte; pos += 8) {
+        uint64_t w = EdgeWord(t, pos) ^ flip;
+        if (w != 0) return FirstUp(pos, w, last);
+    }
+    return kNotFound;
 }
 
-// Downwards from `start` to index 0.
-DWORD SearchDown(const BitTable* t, DWORD start, bool one) {
-    const uint64_t flip = one ? 0 : ~uint64_t{0};
-    long end = static_cast<long>(start >> 3);  // the word's last byte
-    uint64_t w = (Word(t, end - 7) ^ flip) & (~uint64_t{0} << (7 - (start & 7)));
+// The search downwards after the word that ends at byte end held no hit.
+__attribute__((noinline)) DWORD ContinueDown(const BitTable* t, long end, uint64_t flip) {
+    const BYTE* const bits = t->bits;
+    const long skipAt = end - kBytesBeforeSkipping;
     for (;;) {
-        long base = end - 7;
-        if (base < 0) w &= ~uint64_t{0} >> (-base * 8);
-        if (w != 0) return static_cast<DWORD>(base * 8 + 63 - __builtin_ctzll(w));
         end -= 8;
-        while (end - (kBlockBytes - 1) >= 0 && NoHitIn64(t->bits + end - (kBlockBytes - 1), one)) {
-            end -= kBlockBytes;
-        }
-        if (end < 0) return kNotFound;
-        w = Word(t, end - 7) ^ flip;
+        if (end < 7) break;
+        uint64_t w = Load64(bits + end - 7) ^ flip;
+        if (w != 0) return FirstDown(end, w);
+        if (end == skipAt) end = g_skipDown(bits, end - 8, flip == 0) + 8;
     }
+    if (end < 0) return kNotFound;
+    uint64_t w = (EdgeWord(t, end - 7) ^ flip) & (~uint64_t{0} >> ((7 - end) * 8));
+    return w != 0 ? FirstDown(end, w) : kNotFound;
 }
 
 }  // namespace
@@ -189,7 +257,18 @@ DWORD lbittblGetEntry(void* table, DWORD start, int value, int direction) {
         return kFailed;
     }
     if (value != 0 && value != 1) return kNotFound;
-    return direction == 1 ? SearchUp(t, start, t->count - 1, value == 1) : SearchDown(t, start, value == 1);
+    // The word around start answers most searches at once; the rest go on
+    // out of line.
+    const uint64_t flip = value == 1 ? 0 : ~uint64_t{0};
+    if (direction == 1) {
+        long pos = static_cast<long>(start >> 3);
+        uint64_t w = (WordAt(t, pos) ^ flip) & (~uint64_t{0} >> (start & 7));
+        return w != 0 ? FirstUp(pos, w, t->count - 1) : ContinueUp(t, pos, t->count - 1, flip);
+    }
+    long end = static_cast<long>(start >> 3);  // the word's last byte
+    uint64_t w = (WordAt(t, end - 7) ^ flip) & (~uint64_t{0} << (7 - (start & 7)));
+    if (end < 7) w &= ~uint64_t{0} >> ((7 - end) * 8);
+    return w != 0 ? FirstDown(end, w) : ContinueDown(t, end, flip);
 }
 
 DWORD lbittblGetEntryNum(void* table, DWORD from, DWORD to, int value) {
