@@ -17,46 +17,20 @@
 #include <orvanest/LAL.h>
 #include <orvanest/LMM.h>
 
+#include "LAL/bittable.h"
 #include "internal/sources.h"
 
 #define LDE_THIS_SOURCE lde::g_srcLBITBTL
 
 namespace {
 
-struct BitTable {
-    DWORD count;     // bits, never 0
-    BYTE* bits;      // first byte of the bits
-    BYTE* lastByte;  // last byte of the block
-    DWORD byteSize;  // count rounded up to 32 bits, in bytes
-};
+using lal::BitTable;
+using lal::kBitNotFound;
+using lal::Load64;
 
-constexpr DWORD kNotFound = 0xFFFFFFFEu;
 constexpr DWORD kFailed = 0xFFFFFFFFu;
 
 inline BitTable* TableOf(void* table) { return static_cast<BitTable*>(table); }
-
-inline uint64_t Load64(const BYTE* p) {
-    uint64_t w;
-    std::memcpy(&w, p, sizeof w);
-    return __builtin_bswap64(w);
-}
-
-// The 64 bits of bytes [pos, pos + 8) in index order, for a word that runs
-// off either end of the table: bytes outside it read as 0, and callers mask
-// the bits that stand for them.
-uint64_t EdgeWord(const BitTable* t, long pos) {
-    BYTE buffer[8] = {};
-    for (int i = 0; i < 8; ++i) {
-        long at = pos + i;
-        if (at >= 0 && at < static_cast<long>(t->byteSize)) buffer[i] = t->bits[at];
-    }
-    return Load64(buffer);
-}
-
-inline uint64_t WordAt(const BitTable* t, long pos) {
-    // A negative pos reads as a huge unsigned one and takes the edge road.
-    return static_cast<unsigned long>(pos) + 8 <= t->byteSize ? Load64(t->bits + pos) : EdgeWord(t, pos);
-}
 
 // Runs without a hit are skipped a block at a time with vector compares: a
 // block has no hit when its bytes are all zero (1 wanted) or all ones (0
@@ -126,17 +100,21 @@ const SkipDownFn g_skipDown = g_haveAvx2 ? SkipDownAvx2 : SkipDownSse2;
 // the search turns to skipping vector blocks.
 constexpr long kBytesBeforeSkipping = 256;
 
-// The index of the first hit in word w at byte pos going up, or none when it
-// lies beyond last: bits come in index order, so no later one can be nearer.
-inline DWORD FirstUp(long pos, uint64_t w, DWORD last) {
-    DWORD index = static_cast<DWORD>(pos * 8 + __builtin_clzll(w));
-    return index <= last ? index : kNotFound;
+}  // namespace
+
+namespace lal {
+
+uint64_t EdgeWord(const BitTable* t, long pos) {
+    BYTE buffer[8] = {};
+    for (int i = 0; i < 8; ++i) {
+        long at = pos + i;
+        if (at >= 0 && at < static_cast<long>(t->byteSize)) buffer[i] = t->bits[at];
+    }
+    return Load64(buffer);
 }
 
-inline DWORD FirstDown(long end, uint64_t w) { return static_cast<DWORD>((end - 7) * 8 + 63 - __builtin_ctzll(w)); }
-
 // The search upwards after the word at pos held no hit.
-__attribute__((noinline)) DWORD ContinueUp(const BitTable* t, long pos, DWORD last, uint64_t flip) {
+DWORD ContinueUp(const BitTable* t, long pos, DWORD last, uint64_t flip) {
     const BYTE* const bits = t->bits;
     const long byteSize = t->byteSize;
     const long lastByte = static_cast<long>(last >> 3);
@@ -153,11 +131,11 @@ __attribute__((noinline)) DWORD ContinueUp(const BitTable* t, long pos, DWORD la
         uint64_t w = EdgeWord(t, pos) ^ flip;
         if (w != 0) return FirstUp(pos, w, last);
     }
-    return kNotFound;
+    return kBitNotFound;
 }
 
 // The search downwards after the word that ends at byte end held no hit.
-__attribute__((noinline)) DWORD ContinueDown(const BitTable* t, long end, uint64_t flip) {
+DWORD ContinueDown(const BitTable* t, long end, uint64_t flip) {
     const BYTE* const bits = t->bits;
     const long skipAt = end - kBytesBeforeSkipping;
     for (;;) {
@@ -167,12 +145,12 @@ __attribute__((noinline)) DWORD ContinueDown(const BitTable* t, long end, uint64
         if (w != 0) return FirstDown(end, w);
         if (end == skipAt) end = g_skipDown(bits, end - 8, flip == 0) + 8;
     }
-    if (end < 0) return kNotFound;
+    if (end < 0) return kBitNotFound;
     uint64_t w = (EdgeWord(t, end - 7) ^ flip) & (~uint64_t{0} >> ((7 - end) * 8));
-    return w != 0 ? FirstDown(end, w) : kNotFound;
+    return w != 0 ? FirstDown(end, w) : kBitNotFound;
 }
 
-}  // namespace
+}  // namespace lal
 
 void* lbittblCreate(DWORD count, int initial) {
     if (count == 0) {
@@ -220,16 +198,10 @@ UINT lbittblCheckStatus(void* table, DWORD index, UINT mode, int value) {
         LDE_MARK();
         return 0xFFFFFFFFu;
     }
-    BYTE& byte = t->bits[index / 8];
-    const BYTE mask = static_cast<BYTE>(0x80 >> (index % 8));
-    const UINT b = (byte & mask) != 0 ? 1 : 0;
+    const UINT b = lal::ReadBit(t, index);
     switch (mode) {
     case 1:
-        if (value == 1) {
-            byte |= mask;
-        } else {
-            byte &= static_cast<BYTE>(~mask);
-        }
+        lal::WriteBit(t, index, value);
         return static_cast<UINT>(value);
     case 2:
         return b;
@@ -256,19 +228,8 @@ DWORD lbittblGetEntry(void* table, DWORD start, int value, int direction) {
         LDE_MARK();
         return kFailed;
     }
-    if (value != 0 && value != 1) return kNotFound;
-    // The word around start answers most searches at once; the rest go on
-    // out of line.
-    const uint64_t flip = value == 1 ? 0 : ~uint64_t{0};
-    if (direction == 1) {
-        long pos = static_cast<long>(start >> 3);
-        uint64_t w = (WordAt(t, pos) ^ flip) & (~uint64_t{0} >> (start & 7));
-        return w != 0 ? FirstUp(pos, w, t->count - 1) : ContinueUp(t, pos, t->count - 1, flip);
-    }
-    long end = static_cast<long>(start >> 3);  // the word's last byte
-    uint64_t w = (WordAt(t, end - 7) ^ flip) & (~uint64_t{0} << (7 - (start & 7)));
-    if (end < 7) w &= ~uint64_t{0} >> ((7 - end) * 8);
-    return w != 0 ? FirstDown(end, w) : ContinueDown(t, end, flip);
+    if (value != 0 && value != 1) return kBitNotFound;
+    return direction == 1 ? lal::NearestUp(t, start, value) : lal::NearestDown(t, start, value);
 }
 
 DWORD lbittblGetEntryNum(void* table, DWORD from, DWORD to, int value) {
@@ -281,7 +242,7 @@ DWORD lbittblGetEntryNum(void* table, DWORD from, DWORD to, int value) {
             LDE_PASS();
             return kFailed;
         }
-        if (found == kNotFound || found > high) break;
+        if (found == kBitNotFound || found > high) break;
         ++hits;
         position = found + 1;
     }

@@ -11,6 +11,7 @@
 #include <orvanest/LAL.h>
 #include <orvanest/LMM.h>
 
+#include "LAL/bittable.h"
 #include "internal/sources.h"
 
 #define LDE_THIS_SOURCE lde::g_srcLMEMBUFS
@@ -25,7 +26,13 @@ struct ClassEntry {
     BYTE* first;  // the class's first slot
     BYTE* last;   // its last byte
     void* bits;   // set while the slot is used
+    DWORD lowestFree;  // every slot below this one is used
+    uint64_t reciprocal;  // divides by slotSize with one multiplication; 0 for slots of 1 byte
 };
+
+// Sizes up to this many bytes find their class through a table in the pool
+// record; a plan with larger slots searches the classes in order.
+constexpr DWORD kMaxLookupSize = 4096;
 
 struct Pool {
     DWORD classNum;
@@ -33,6 +40,8 @@ struct Pool {
     void** trees;  // usedTree, freeTree
     void* usedTree;
     void* freeTree;
+    BYTE* classBySize;  // [size] = the first class that holds it, for sizes up to lookupLimit
+    DWORD lookupLimit;  // the largest slot size when it has a table, else 0
     ClassEntry entries[1];  // classNum entries; the first one's slots open the data block
 };
 
@@ -92,15 +101,56 @@ void ReleasePartial(Pool* pool, DWORD tablesMade, void* usedTree, void* freeTree
     ldbgOpenSetErr();
 }
 
-bool ArgumentsPass(tagLMM_MembufsBlock* blocks, DWORD num, DWORD* dataSize) {
+bool ArgumentsPass(tagLMM_MembufsBlock* blocks, DWORD num, DWORD* dataSize, DWORD* maxSlot) {
     if (blocks == nullptr || num == 0) return false;
-    DWORD sum = 0;
+    DWORD sum = 0, largest = 0;
     for (DWORD i = 0; i < num; ++i) {
         if (blocks[i].slotSize == 0 || blocks[i].slotNum == 0) return false;
         sum += blocks[i].slotSize * blocks[i].slotNum;
+        if (blocks[i].slotSize > largest) largest = blocks[i].slotSize;
     }
     *dataSize = sum;
+    *maxSlot = largest;
     return true;
+}
+
+// The first class, in the caller's order, whose slots hold size bytes, or
+// null. The pool's table gives the same answer as the search in order.
+inline ClassEntry* ClassForSize(Pool* pool, DWORD size) {
+    DWORD k = 0;
+    if (size <= pool->lookupLimit) {
+        k = pool->classBySize[size];
+    } else if (pool->lookupLimit != 0) {
+        return nullptr;  // larger than every slot
+    } else {
+        while (k < pool->classNum && pool->classes[k].slotSize < size) ++k;
+    }
+    return k < pool->classNum ? &pool->classes[k] : nullptr;
+}
+
+// Fills the table of classes by size with the answers of a search in order.
+void FillLookup(Pool* pool) {
+    for (DWORD size = 1; size <= pool->lookupLimit; ++size) {
+        DWORD k = 0;
+        while (k < pool->classNum && pool->classes[k].slotSize < size) ++k;
+        pool->classBySize[size] = static_cast<BYTE>(k);
+    }
+}
+
+// (offset / slotSize) for offsets within the data block, which are below
+// 2^32: the product with the rounded-up reciprocal of 2^64 is exact there.
+inline DWORD SlotIndex(const ClassEntry* entry, const BYTE* p) {
+    uint64_t offset = static_cast<uint64_t>(p - entry->first);
+    if (entry->reciprocal == 0) return static_cast<DWORD>(offset);  // 2^64 itself does not fit
+    return static_cast<DWORD>((static_cast<unsigned __int128>(offset) * entry->reciprocal) >> 64);
+}
+
+// The class whose slots hold p, or null. The classes lie one behind the
+// other in one block, so it is the count of classes that end before p.
+inline ClassEntry* ClassOfSlot(Pool* pool, const BYTE* p) {
+    DWORD k = 0;
+    for (DWORD i = 0; i < pool->classNum; ++i) k += pool->classes[i].last < p;
+    return k < pool->classNum && p >= pool->classes[k].first ? &pool->classes[k] : nullptr;
 }
 
 // A request that no slot takes: a free block of that size or the next
@@ -154,8 +204,8 @@ void* AllocOverflow(Pool* pool, DWORD size) {
 }  // namespace
 
 void* lmembufsCreate(struct tagLMM_MembufsBlock* blocks, DWORD num) {
-    DWORD dataSize = 0;
-    if (!ArgumentsPass(blocks, num, &dataSize)) {
+    DWORD dataSize = 0, maxSlot = 0;
+    if (!ArgumentsPass(blocks, num, &dataSize, &maxSlot)) {
         SetLastError(LERR_INVALIDARG);
         LDE_MARK();
         ReleasePartial(nullptr, 0, nullptr, nullptr, nullptr);
@@ -167,7 +217,11 @@ void* lmembufsCreate(struct tagLMM_MembufsBlock* blocks, DWORD num) {
     void* freeTree = nullptr;
     DWORD tablesMade = 0;
     try {
-        pool = static_cast<Pool*>(lmemAllocFunc(offsetof(Pool, entries) + num * sizeof(ClassEntry), LDE_POS()));
+        const DWORD lookupLimit = maxSlot <= kMaxLookupSize && num < 255 ? maxSlot : 0;
+        const DWORD entriesEnd = static_cast<DWORD>(offsetof(Pool, entries) + num * sizeof(ClassEntry));
+        pool = static_cast<Pool*>(lmemAllocFunc(entriesEnd + (lookupLimit != 0 ? lookupLimit + 1 : 0), LDE_POS()));
+        pool->lookupLimit = lookupLimit;
+        pool->classBySize = reinterpret_cast<BYTE*>(pool) + entriesEnd;
         data = static_cast<BYTE*>(lmemAllocFunc(dataSize, LDE_POS()));
         usedTree = lavlCreate(0, CompareUsed);
         freeTree = lavlCreate(0, CompareFree);
@@ -183,7 +237,9 @@ void* lmembufsCreate(struct tagLMM_MembufsBlock* blocks, DWORD num) {
             entry.first = next;
             next += entry.slotSize * entry.slotNum;
             entry.last = next - 1;
+            entry.reciprocal = ~uint64_t{0} / entry.slotSize + 1;
         }
+        FillLookup(pool);
     } catch (...) {
         if (pool != nullptr) ReleasePartial(pool, tablesMade, usedTree, freeTree, data);
         throw;
@@ -234,20 +290,20 @@ void* lmembufsAlloc(void* pool, DWORD size) {
         return nullptr;
     }
     Pool* p = PoolOf(pool);
-    for (DWORD i = 0; i < p->classNum; ++i) {
-        ClassEntry& entry = p->classes[i];
-        if (entry.slotSize < size) continue;
-        DWORD index = lbittblGetEntry(entry.bits, 0, 0, 1);
-        if (index == 0xFFFFFFFFu) {
-            LDE_PASS();
-            return nullptr;
+    if (ClassEntry* entry = ClassForSize(p, size)) {
+        // The lowest free slot. The search starts where the slots below are
+        // known to be used, which finds the same slot as a search from 0.
+        // The pool's own tables are valid by construction, so it takes the
+        // table's search and write without the checks of their entry points.
+        auto* bits = static_cast<lal::BitTable*>(entry->bits);
+        DWORD index = entry->lowestFree < entry->slotNum ? lal::NearestUp(bits, entry->lowestFree, 0)
+                                                         : lal::kBitNotFound;
+        if (index != lal::kBitNotFound) {
+            lal::WriteBit(bits, index, 1);
+            entry->lowestFree = index + 1;
+            return entry->first + static_cast<size_t>(index) * entry->slotSize;
         }
-        if (index == 0xFFFFFFFEu) break;  // full: a larger class is not tried
-        if (lbittblCheckStatus(entry.bits, index, 1, 1) == 0xFFFFFFFFu) {
-            LDE_PASS();
-            return nullptr;
-        }
-        return entry.first + static_cast<size_t>(index) * entry.slotSize;
+        entry->lowestFree = entry->slotNum;  // full: a larger class is not tried
     }
     return AllocOverflow(p, size);
 }
@@ -260,11 +316,11 @@ int lmembufsFree(void* pool, void* p) {
     }
     Pool* pl = PoolOf(pool);
     auto* at = static_cast<BYTE*>(p);
-    for (DWORD i = 0; i < pl->classNum; ++i) {
-        ClassEntry& entry = pl->classes[i];
-        if (at < entry.first || at > entry.last) continue;
-        DWORD index = static_cast<DWORD>((at - entry.first) / entry.slotSize);
-        return lbittblCheckStatus(entry.bits, index, 1, 0) == 0xFFFFFFFFu ? 0 : 1;
+    if (ClassEntry* entry = ClassOfSlot(pl, at)) {
+        DWORD index = SlotIndex(entry, at);
+        lal::WriteBit(static_cast<lal::BitTable*>(entry->bits), index, 0);
+        if (index < entry->lowestFree) entry->lowestFree = index;
+        return 1;
     }
     OverflowBlock key{};
     key.start = at;
