@@ -5,7 +5,7 @@
 // in index order when the bytes are read as one big-endian number. The
 // search uses that: eight bytes loaded and byte-swapped are 64 bits in index
 // order, where the nearest hit is a count of leading (going up) or trailing
-// (going down) zeros. After a few hundred bytes without a hit, the rest of
+// (going down) zeros. Words are read at aligned places (see bittable.h). After a few hundred bytes without a hit, the rest of
 // a long run is skipped 64 or 128 bytes at a time with vector comparisons
 // (AVX2 where the processor has it). The answer is always the one a bit-by-bit walk
 // gives; bits beyond `count` are masked off and never found, and no read goes
@@ -26,7 +26,6 @@ namespace {
 
 using lal::BitTable;
 using lal::kBitNotFound;
-using lal::Load64;
 
 constexpr DWORD kFailed = 0xFFFFFFFFu;
 
@@ -104,50 +103,33 @@ constexpr long kBytesBeforeSkipping = 256;
 
 namespace lal {
 
-uint64_t EdgeWord(const BitTable* t, long pos) {
-    BYTE buffer[8] = {};
-    for (int i = 0; i < 8; ++i) {
-        long at = pos + i;
-        if (at >= 0 && at < static_cast<long>(t->byteSize)) buffer[i] = t->bits[at];
-    }
-    return Load64(buffer);
-}
-
-// The search upwards after the word at pos held no hit.
+// The search upwards after the word at pos held no hit: word by word near
+// start, then skipping vector blocks; the block ends in a whole word.
 DWORD ContinueUp(const BitTable* t, long pos, DWORD last, uint64_t flip) {
     const BYTE* const bits = t->bits;
-    const long byteSize = t->byteSize;
-    const long lastByte = static_cast<long>(last >> 3);
-    const long wholeEnd = byteSize - 8 < lastByte ? byteSize - 8 : lastByte;
+    const long blockBytes = BlockBytes(t->byteSize);
+    const long lastWord = static_cast<long>(last >> 6) * 8;
     const long skipAt = pos + kBytesBeforeSkipping;
     for (;;) {
         pos += 8;
-        if (pos > wholeEnd) break;
-        uint64_t w = Load64(bits + pos) ^ flip;
+        if (pos > lastWord) return kBitNotFound;
+        uint64_t w = WordAt(bits, pos) ^ flip;
         if (w != 0) return FirstUp(pos, w, last);
-        if (pos == skipAt) pos = g_skipUp(bits, pos + 8, byteSize, flip == 0) - 8;
+        if (pos == skipAt) pos = g_skipUp(bits, pos + 8, blockBytes, flip == 0) - 8;
     }
-    for (; pos <= lastByte; pos += 8) {
-        uint64_t w = EdgeWord(t, pos) ^ flip;
-        if (w != 0) return FirstUp(pos, w, last);
-    }
-    return kBitNotFound;
 }
 
-// The search downwards after the word that ends at byte end held no hit.
-DWORD ContinueDown(const BitTable* t, long end, uint64_t flip) {
+// The search downwards after the word at pos held no hit.
+DWORD ContinueDown(const BitTable* t, long pos, uint64_t flip) {
     const BYTE* const bits = t->bits;
-    const long skipAt = end - kBytesBeforeSkipping;
+    const long skipAt = pos - kBytesBeforeSkipping;
     for (;;) {
-        end -= 8;
-        if (end < 7) break;
-        uint64_t w = Load64(bits + end - 7) ^ flip;
-        if (w != 0) return FirstDown(end, w);
-        if (end == skipAt) end = g_skipDown(bits, end - 8, flip == 0) + 8;
+        pos -= 8;
+        if (pos < 0) return kBitNotFound;
+        uint64_t w = WordAt(bits, pos) ^ flip;
+        if (w != 0) return FirstDown(pos, w);
+        if (pos == skipAt) pos = g_skipDown(bits, pos - 1, flip == 0) + 1;
     }
-    if (end < 0) return kBitNotFound;
-    uint64_t w = (EdgeWord(t, end - 7) ^ flip) & (~uint64_t{0} >> ((7 - end) * 8));
-    return w != 0 ? FirstDown(end, w) : kBitNotFound;
 }
 
 }  // namespace lal
@@ -162,7 +144,7 @@ void* lbittblCreate(DWORD count, int initial) {
     auto* table = static_cast<BitTable*>(lmemAllocFunc(sizeof(BitTable), LDE_POS()));
     BYTE* bits;
     try {
-        bits = static_cast<BYTE*>(lmemAllocFunc(byteSize, LDE_POS()));
+        bits = static_cast<BYTE*>(lmemAllocFunc(lal::BlockBytes(byteSize), LDE_POS()));
     } catch (...) {
         lmemFree(table);  // never half a table
         throw;

@@ -155,7 +155,8 @@ inline ClassEntry* ClassOfSlot(Pool* pool, const BYTE* p) {
 
 // A request that no slot takes: a free block of that size or the next
 // larger, else the largest smaller one grown, else a new block.
-void* AllocOverflow(Pool* pool, DWORD size) {
+// Kept out of line so that the slot road stays short.
+__attribute__((noinline)) void* AllocOverflow(Pool* pool, DWORD size) {
     OverflowBlock key{};
     key.end = reinterpret_cast<BYTE*>(kAnyEnd);
     key.size = size;
@@ -199,6 +200,23 @@ void* AllocOverflow(Pool* pool, DWORD size) {
         return nullptr;
     }
     return block->start;
+}
+
+// Puts an overflow block that the caller has among the free ones; kept out
+// of line so that the slot road stays short.
+__attribute__((noinline)) int FreeOverflow(Pool* pl, BYTE* at) {
+    OverflowBlock key{};
+    key.start = at;
+    void* found = nullptr;
+    if (lavlSearch(pl->usedTree, &key, &found, 0) != 0) {
+        LDE_PASS();
+        return 0;
+    }
+    if (lavlDel(pl->usedTree, found) == 0 || lavlIns(pl->freeTree, found) == 0) {
+        LDE_PASS();
+        return 0;
+    }
+    return 1;
 }
 
 }  // namespace
@@ -322,18 +340,7 @@ int lmembufsFree(void* pool, void* p) {
         if (index < entry->lowestFree) entry->lowestFree = index;
         return 1;
     }
-    OverflowBlock key{};
-    key.start = at;
-    void* found = nullptr;
-    if (lavlSearch(pl->usedTree, &key, &found, 0) != 0) {
-        LDE_PASS();
-        return 0;
-    }
-    if (lavlDel(pl->usedTree, found) == 0 || lavlIns(pl->freeTree, found) == 0) {
-        LDE_PASS();
-        return 0;
-    }
-    return 1;
+    return FreeOverflow(pl, at);
 }
 
 int lmembufsCompact(void* pool) {
