@@ -105,3 +105,26 @@ ORVANEST_EXPORT int laemmFree(void* arena, void* p);
 ORVANEST_EXPORT void* laemmReSize(void* arena, void* p, DWORD size);
 ORVANEST_EXPORT int laemmCompact(void* arena);
 ORVANEST_EXPORT int laemmCheckNodeLink(void);
+
+// ---- bit table ------------------------------------------------------------------------
+// Bit i is byte i / 8 under the mask 0x80 >> (i % 8).
+
+// A table of count bits, all set (initial 1) or all clear (any other value).
+// count 0: LERR_INVALIDARG, mark, null. Raises L_CMemoryException when memory
+// runs out.
+ORVANEST_EXPORT void* lbittblCreate(DWORD count, int initial);
+// Frees the table; 1. Null table: last error 6, mark, 0.
+ORVANEST_EXPORT int lbittblDestroy(void* table);
+// Mode 1 writes the bit (1 sets, anything else clears) and gives value; 2
+// reads; 3 and, 4 or, 5 exclusive or, 6 not, with value. 0xFFFFFFFF with a
+// mark for a null table (last error 6), an index past the end or a mode
+// outside 1..6 (LERR_INVALIDARG).
+ORVANEST_EXPORT UINT lbittblCheckStatus(void* table, DWORD index, UINT mode, int value);
+// The nearest index from start (itself included) whose bit equals value,
+// upwards with direction 1, else downwards. 0xFFFFFFFE when there is none
+// (no mark); 0xFFFFFFFF with a mark for a null table (last error 6) or a
+// start past the end (LERR_INVALIDARG).
+ORVANEST_EXPORT DWORD lbittblGetEntry(void* table, DWORD start, int value, int direction);
+// How many bits equal value between from and to, both included, in either
+// order; 0xFFFFFFFF when a search fails.
+ORVANEST_EXPORT DWORD lbittblGetEntryNum(void* table, DWORD from, DWORD to, int value);

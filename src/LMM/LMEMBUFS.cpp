@@ -1,0 +1,355 @@
+// Size-class buffers: a pool with a fixed plan of slot classes, and overflow
+// blocks for what fits no class or finds its class full.
+//
+// One data block holds every class's slots, one class behind the other, and
+// each class has a bit table in which a set bit marks a used slot; a slot is
+// found with one bit search and released with one bit write. Overflow blocks
+// carry an AVL link and live in `usedTree` while the caller has them and in
+// `freeTree` after release, ordered by size, for reuse until compaction.
+#include <cstring>
+
+#include <orvanest/LAL.h>
+#include <orvanest/LMM.h>
+
+#include "LAL/bittable.h"
+#include "internal/sources.h"
+
+#define LDE_THIS_SOURCE lde::g_srcLMEMBUFS
+
+namespace {
+
+constexpr ULONG_PTR kAnyEnd = ~ULONG_PTR{0};  // with start 0: a key equal to any block of its size
+
+struct ClassEntry {
+    DWORD slotSize;
+    DWORD slotNum;
+    BYTE* first;  // the class's first slot
+    BYTE* last;   // its last byte
+    void* bits;   // set while the slot is used
+    DWORD lowestFree;  // every slot below this one is used
+    uint64_t reciprocal;  // divides by slotSize with one multiplication; 0 for slots of 1 byte
+};
+
+// Sizes up to this many bytes find their class through a table in the pool
+// record; a plan with larger slots searches the classes in order.
+constexpr DWORD kMaxLookupSize = 4096;
+
+struct Pool {
+    DWORD classNum;
+    ClassEntry* classes;
+    void** trees;  // usedTree, freeTree
+    void* usedTree;
+    void* freeTree;
+    BYTE* classBySize;  // [size] = the first class that holds it, for sizes up to lookupLimit
+    DWORD lookupLimit;  // the largest slot size when it has a table, else 0
+    ClassEntry entries[1];  // classNum entries; the first one's slots open the data block
+};
+
+// The header in front of an overflow block's data.
+struct OverflowBlock {
+    void* link[4];  // AVL link, owned by whichever tree holds the block
+    BYTE* start;    // the data: the byte behind this header
+    BYTE* end;      // start + size
+    DWORD size;
+};
+
+inline Pool* PoolOf(void* pool) { return static_cast<Pool*>(pool); }
+inline ULONG_PTR Address(const void* p) { return reinterpret_cast<ULONG_PTR>(p); }
+
+int CompareUsed(void* key, void* node) {
+    ULONG_PTR a = Address(static_cast<OverflowBlock*>(key)->start);
+    ULONG_PTR b = Address(static_cast<OverflowBlock*>(node)->start);
+    return a < b ? -1 : a > b ? 1 : 0;
+}
+
+int CompareFree(void* key, void* node) {
+    auto* k = static_cast<OverflowBlock*>(key);
+    auto* n = static_cast<OverflowBlock*>(node);
+    if (k->size != n->size) return k->size < n->size ? -1 : 1;
+    if (k->start == nullptr && Address(k->end) == kAnyEnd) return 0;
+    return Address(k->start) < Address(n->start) ? -1 : Address(k->start) > Address(n->start) ? 1 : 0;
+}
+
+void SetData(OverflowBlock* block, DWORD size) {
+    block->start = reinterpret_cast<BYTE*>(block + 1);
+    block->end = block->start + size;
+    block->size = size;
+}
+
+// Releases every overflow block of a tree; 0 when any step failed.
+int EmptyTree(void* tree) {
+    int result = 1;
+    for (void* node; (node = lavlGetFirstNode(tree, nullptr, 0)) != nullptr;) {
+        if (lavlDel(tree, node) == 0) {
+            result = 0;
+            break;
+        }
+        if (lmemFree(node) == 0) result = 0;
+    }
+    return result;
+}
+
+// The release of a pool made in part: every part, null or not, goes to its
+// release operation, between the brackets that restore the latest mark.
+void ReleasePartial(Pool* pool, DWORD tablesMade, void* usedTree, void* freeTree, BYTE* data) {
+    ldbgCloseSetErr();
+    for (DWORD i = 0; i < tablesMade; ++i) lbittblDestroy(pool->entries[i].bits);
+    lavlDestroy(usedTree);
+    lavlDestroy(freeTree);
+    lmemFree(pool);
+    lmemFree(data);
+    ldbgOpenSetErr();
+}
+
+bool ArgumentsPass(tagLMM_MembufsBlock* blocks, DWORD num, DWORD* dataSize, DWORD* maxSlot) {
+    if (blocks == nullptr || num == 0) return false;
+    DWORD sum = 0, largest = 0;
+    for (DWORD i = 0; i < num; ++i) {
+        if (blocks[i].slotSize == 0 || blocks[i].slotNum == 0) return false;
+        sum += blocks[i].slotSize * blocks[i].slotNum;
+        if (blocks[i].slotSize > largest) largest = blocks[i].slotSize;
+    }
+    *dataSize = sum;
+    *maxSlot = largest;
+    return true;
+}
+
+// The first class, in the caller's order, whose slots hold size bytes, or
+// null. The pool's table gives the same answer as the search in order.
+inline ClassEntry* ClassForSize(Pool* pool, DWORD size) {
+    DWORD k = 0;
+    if (size <= pool->lookupLimit) {
+        k = pool->classBySize[size];
+    } else if (pool->lookupLimit != 0) {
+        return nullptr;  // larger than every slot
+    } else {
+        while (k < pool->classNum && pool->classes[k].slotSize < size) ++k;
+    }
+    return k < pool->classNum ? &pool->classes[k] : nullptr;
+}
+
+// Fills the table of classes by size with the answers of a search in order.
+void FillLookup(Pool* pool) {
+    for (DWORD size = 1; size <= pool->lookupLimit; ++size) {
+        DWORD k = 0;
+        while (k < pool->classNum && pool->classes[k].slotSize < size) ++k;
+        pool->classBySize[size] = static_cast<BYTE>(k);
+    }
+}
+
+// (offset / slotSize) for offsets within the data block, which are below
+// 2^32: the product with the rounded-up reciprocal of 2^64 is exact there.
+inline DWORD SlotIndex(const ClassEntry* entry, const BYTE* p) {
+    uint64_t offset = static_cast<uint64_t>(p - entry->first);
+    if (entry->reciprocal == 0) return static_cast<DWORD>(offset);  // 2^64 itself does not fit
+    return static_cast<DWORD>((static_cast<unsigned __int128>(offset) * entry->reciprocal) >> 64);
+}
+
+// The class whose slots hold p, or null. The classes lie one behind the
+// other in one block, so it is the count of classes that end before p.
+inline ClassEntry* ClassOfSlot(Pool* pool, const BYTE* p) {
+    DWORD k = 0;
+    for (DWORD i = 0; i < pool->classNum; ++i) k += pool->classes[i].last < p;
+    return k < pool->classNum && p >= pool->classes[k].first ? &pool->classes[k] : nullptr;
+}
+
+// A request that no slot takes: a free block of that size or the next
+// larger, else the largest smaller one grown, else a new block.
+// Kept out of line so that the slot road stays short.
+__attribute__((noinline)) void* AllocOverflow(Pool* pool, DWORD size) {
+    OverflowBlock key{};
+    key.end = reinterpret_cast<BYTE*>(kAnyEnd);
+    key.size = size;
+    void* found = nullptr;
+    int result = lavlSearch(pool->freeTree, &key, &found, 1);
+    if (result == 0 || result == 1) {
+        if (lavlDel(pool->freeTree, found) == 0 || lavlIns(pool->usedTree, found) == 0) {
+            LDE_PASS();
+            return nullptr;
+        }
+        return static_cast<OverflowBlock*>(found)->start;
+    }
+    if (result != 2) {
+        LDE_PASS();
+        return nullptr;
+    }
+    result = lavlSearch(pool->freeTree, &key, &found, 2);
+    OverflowBlock* block;
+    if (result == 1) {
+        if (lavlDel(pool->freeTree, found) == 0) {
+            LDE_PASS();
+            return nullptr;
+        }
+        try {
+            block = static_cast<OverflowBlock*>(lmemReAlloc(found, sizeof(OverflowBlock) + size));
+        } catch (...) {
+            // The old block is whole when growing fails: it goes back among
+            // the free ones rather than being lost to the pool.
+            lavlIns(pool->freeTree, found);
+            throw;
+        }
+    } else if (result == 2) {
+        block = static_cast<OverflowBlock*>(lmemAllocFunc(sizeof(OverflowBlock) + size, LDE_POS()));
+    } else {
+        LDE_PASS();
+        return nullptr;
+    }
+    SetData(block, size);
+    if (lavlIns(pool->usedTree, block) == 0) {
+        LDE_PASS();
+        return nullptr;
+    }
+    return block->start;
+}
+
+// Puts an overflow block that the caller has among the free ones; kept out
+// of line so that the slot road stays short.
+__attribute__((noinline)) int FreeOverflow(Pool* pl, BYTE* at) {
+    OverflowBlock key{};
+    key.start = at;
+    void* found = nullptr;
+    if (lavlSearch(pl->usedTree, &key, &found, 0) != 0) {
+        LDE_PASS();
+        return 0;
+    }
+    if (lavlDel(pl->usedTree, found) == 0 || lavlIns(pl->freeTree, found) == 0) {
+        LDE_PASS();
+        return 0;
+    }
+    return 1;
+}
+
+}  // namespace
+
+void* lmembufsCreate(struct tagLMM_MembufsBlock* blocks, DWORD num) {
+    DWORD dataSize = 0, maxSlot = 0;
+    if (!ArgumentsPass(blocks, num, &dataSize, &maxSlot)) {
+        SetLastError(LERR_INVALIDARG);
+        LDE_MARK();
+        ReleasePartial(nullptr, 0, nullptr, nullptr, nullptr);
+        return nullptr;
+    }
+    Pool* pool = nullptr;
+    BYTE* data = nullptr;
+    void* usedTree = nullptr;
+    void* freeTree = nullptr;
+    DWORD tablesMade = 0;
+    try {
+        const DWORD lookupLimit = maxSlot <= kMaxLookupSize && num < 255 ? maxSlot : 0;
+        const DWORD entriesEnd = static_cast<DWORD>(offsetof(Pool, entries) + num * sizeof(ClassEntry));
+        pool = static_cast<Pool*>(lmemAllocFunc(entriesEnd + (lookupLimit != 0 ? lookupLimit + 1 : 0), LDE_POS()));
+        pool->lookupLimit = lookupLimit;
+        pool->classBySize = reinterpret_cast<BYTE*>(pool) + entriesEnd;
+        data = static_cast<BYTE*>(lmemAllocFunc(dataSize, LDE_POS()));
+        usedTree = lavlCreate(0, CompareUsed);
+        freeTree = lavlCreate(0, CompareFree);
+        pool->classNum = num;
+        pool->classes = pool->entries;
+        pool->trees = &pool->usedTree;
+        BYTE* next = data;
+        for (; tablesMade < num; ++tablesMade) {
+            ClassEntry& entry = pool->entries[tablesMade];
+            entry.bits = lbittblCreate(blocks[tablesMade].slotNum, 0);
+            entry.slotSize = blocks[tablesMade].slotSize;
+            entry.slotNum = blocks[tablesMade].slotNum;
+            entry.first = next;
+            next += entry.slotSize * entry.slotNum;
+            entry.last = next - 1;
+            entry.reciprocal = ~uint64_t{0} / entry.slotSize + 1;
+        }
+        FillLookup(pool);
+    } catch (...) {
+        if (pool != nullptr) ReleasePartial(pool, tablesMade, usedTree, freeTree, data);
+        throw;
+    }
+    pool->usedTree = usedTree;
+    pool->freeTree = freeTree;
+    return pool;
+}
+
+int lmembufsDestroy(void* pool) {
+    if (pool == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        LDE_MARK();
+        return 0;
+    }
+    Pool* p = PoolOf(pool);
+    int result = 1;
+    for (DWORD i = 0; i < p->classNum; ++i) {
+        if (lbittblDestroy(p->classes[i].bits) == 0) {
+            LDE_PASS();
+            result = 0;
+        }
+    }
+    if (lmemFree(p->classes[0].first) == 0) {
+        LDE_PASS();
+        result = 0;
+    }
+    if (EmptyTree(p->usedTree) == 0) result = 0;
+    if (EmptyTree(p->freeTree) == 0) result = 0;
+    if (lavlDestroy(p->usedTree) == 0) result = 0;
+    if (lavlDestroy(p->freeTree) == 0) result = 0;
+    if (lmemFree(p) == 0) {
+        LDE_PASS();
+        result = 0;
+    }
+    return result;
+}
+
+void* lmembufsAlloc(void* pool, DWORD size) {
+    if (pool == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        LDE_MARK();
+        return nullptr;
+    }
+    if (size == 0) {
+        SetLastError(LERR_INVALIDARG);
+        LDE_MARK();
+        return nullptr;
+    }
+    Pool* p = PoolOf(pool);
+    if (ClassEntry* entry = ClassForSize(p, size)) {
+        // The lowest free slot. The search starts where the slots below are
+        // known to be used, which finds the same slot as a search from 0.
+        // The pool's own tables are valid by construction, so it takes the
+        // table's search and write without the checks of their entry points.
+        auto* bits = static_cast<lal::BitTable*>(entry->bits);
+        DWORD index = entry->lowestFree < entry->slotNum ? lal::NearestUp(bits, entry->lowestFree, 0)
+                                                         : lal::kBitNotFound;
+        if (index != lal::kBitNotFound) {
+            lal::WriteBit(bits, index, 1);
+            entry->lowestFree = index + 1;
+            return entry->first + static_cast<size_t>(index) * entry->slotSize;
+        }
+        entry->lowestFree = entry->slotNum;  // full: a larger class is not tried
+    }
+    return AllocOverflow(p, size);
+}
+
+int lmembufsFree(void* pool, void* p) {
+    if (pool == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        LDE_MARK();
+        return 0;
+    }
+    Pool* pl = PoolOf(pool);
+    auto* at = static_cast<BYTE*>(p);
+    if (ClassEntry* entry = ClassOfSlot(pl, at)) {
+        DWORD index = SlotIndex(entry, at);
+        lal::WriteBit(static_cast<lal::BitTable*>(entry->bits), index, 0);
+        if (index < entry->lowestFree) entry->lowestFree = index;
+        return 1;
+    }
+    return FreeOverflow(pl, at);
+}
+
+int lmembufsCompact(void* pool) {
+    if (pool == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        LDE_MARK();
+        return 0;
+    }
+    return EmptyTree(PoolOf(pool)->freeTree);
+}
+
+int lmembufsDispInfo(void*) { return 1; }

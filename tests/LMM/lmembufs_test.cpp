@@ -1,0 +1,290 @@
+// Size-class pools and the stack on them. A seeded random mix of requests
+// and releases runs against a model that says where each request must land:
+// the lowest free slot of the first class that is large enough, else a free
+// overflow block of the size or the next larger, else the largest smaller
+// one grown, else a new block; compaction returns exactly the free blocks.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <map>
+#include <random>
+#include <set>
+#include <vector>
+
+#include <orvanest/ORVANEST.h>
+
+namespace {
+
+struct PoolModel {
+    struct Class {
+        DWORD slotSize;
+        std::vector<bool> used;
+        BYTE* first = nullptr;
+    };
+    std::vector<Class> classes;
+    std::map<BYTE*, DWORD> usedBlocks;            // overflow blocks the caller has
+    std::map<DWORD, std::set<BYTE*>> freeBlocks;  // by size
+
+    size_t FreeBlockCount() const {
+        size_t n = 0;
+        for (const auto& [size, blocks] : freeBlocks) n += blocks.size();
+        return n;
+    }
+};
+
+void Fill(BYTE* p, DWORD size, BYTE seed) {
+    for (DWORD i = 0; i < size; ++i) p[i] = static_cast<BYTE>(seed + i);
+}
+bool Holds(const BYTE* p, DWORD size, BYTE seed) {
+    for (DWORD i = 0; i < size; ++i) {
+        if (p[i] != static_cast<BYTE>(seed + i)) return false;
+    }
+    return true;
+}
+
+TEST(MembufsTest, RequestsLandWhereThePlanSays) {
+    tagLMM_MembufsBlock plan[] = {{16, 5}, {40, 3}, {64, 2}};
+    void* pool = lmembufsCreate(plan, 3);
+    ASSERT_NE(pool, nullptr);
+    PoolModel model;
+    BYTE* base = nullptr;
+    for (const auto& b : plan) model.classes.push_back({b.slotSize, std::vector<bool>(b.slotNum, false)});
+
+    std::mt19937 rng(4242);
+    struct Live {
+        BYTE* p;
+        DWORD size;
+        BYTE seed;
+    };
+    std::vector<Live> live;
+    for (int step = 0; step < 4000; ++step) {
+        int action = rng() % 10;
+        if (action < 5 || live.empty()) {
+            DWORD size = 1 + rng() % 100;
+            auto* p = static_cast<BYTE*>(lmembufsAlloc(pool, size));
+            ASSERT_NE(p, nullptr);
+            if (base == nullptr) {  // the first request takes slot 0 of the first class
+                ASSERT_LE(size, plan[0].slotSize);
+                base = p;
+                BYTE* next = base;
+                for (auto& c : model.classes) {
+                    c.first = next;
+                    next += c.slotSize * c.used.size();
+                }
+            }
+            // Where it must land.
+            bool placed = false;
+            for (auto& c : model.classes) {
+                if (c.slotSize < size) continue;
+                for (size_t i = 0; i < c.used.size(); ++i) {
+                    if (!c.used[i]) {
+                        ASSERT_EQ(p, c.first + i * c.slotSize) << "step " << step;
+                        c.used[i] = true;
+                        placed = true;
+                        break;
+                    }
+                }
+                break;  // a full class sends the request to the overflow blocks
+            }
+            if (!placed) {
+                auto fit = model.freeBlocks.lower_bound(size);
+                if (fit != model.freeBlocks.end()) {
+                    ASSERT_EQ(fit->second.count(p), 1u) << "a free block of the nearest size, step " << step;
+                    fit->second.erase(p);
+                    model.usedBlocks[p] = fit->first;
+                    if (fit->second.empty()) model.freeBlocks.erase(fit);
+                } else {
+                    if (!model.freeBlocks.empty()) {
+                        // The largest smaller block is grown, so it moves.
+                        auto largest = std::prev(model.freeBlocks.end());
+                        BYTE* grown = *largest->second.rbegin();
+                        EXPECT_NE(p, grown);
+                        largest->second.erase(grown);
+                        if (largest->second.empty()) model.freeBlocks.erase(largest);
+                    }
+                    model.usedBlocks[p] = size;
+                }
+            }
+            BYTE seed = static_cast<BYTE>(rng());
+            Fill(p, size, seed);
+            live.push_back({p, size, seed});
+        } else if (action < 9) {
+            size_t k = rng() % live.size();
+            Live item = live[k];
+            live.erase(live.begin() + static_cast<long>(k));
+            ASSERT_TRUE(Holds(item.p, item.size, item.seed)) << "step " << step;
+            ASSERT_EQ(lmembufsFree(pool, item.p), 1);
+            bool inSlot = false;
+            for (auto& c : model.classes) {
+                if (item.p >= c.first && item.p < c.first + c.slotSize * c.used.size()) {
+                    c.used[(item.p - c.first) / c.slotSize] = false;
+                    inSlot = true;
+                }
+            }
+            if (!inSlot) {
+                DWORD size = model.usedBlocks.at(item.p);
+                model.usedBlocks.erase(item.p);
+                model.freeBlocks[size].insert(item.p);
+            }
+        } else {
+            SIZE_T before = OrvaGlobalLiveBlocks();
+            size_t freeCount = model.FreeBlockCount();
+            ASSERT_EQ(lmembufsCompact(pool), 1);
+            EXPECT_EQ(OrvaGlobalLiveBlocks(), before - freeCount) << "exactly the free blocks go back";
+            model.freeBlocks.clear();
+        }
+    }
+    for (const Live& item : live) ASSERT_TRUE(Holds(item.p, item.size, item.seed));
+    EXPECT_EQ(lmembufsDestroy(pool), 1);
+}
+
+TEST(MembufsTest, FullClassDoesNotSpillIntoALargerOne) {
+    tagLMM_MembufsBlock plan[] = {{16, 2}, {64, 1}};
+    void* pool = lmembufsCreate(plan, 2);
+    auto* a = static_cast<BYTE*>(lmembufsAlloc(pool, 1));
+    auto* b = static_cast<BYTE*>(lmembufsAlloc(pool, 16));
+    auto* c = static_cast<BYTE*>(lmembufsAlloc(pool, 10));
+    EXPECT_EQ(b, a + 16);
+    auto* slot64 = a + 32;
+    EXPECT_NE(c, slot64) << "the third small request goes to an overflow block";
+    EXPECT_EQ(lmembufsAlloc(pool, 64), slot64);
+    auto* big = static_cast<BYTE*>(lmembufsAlloc(pool, 65));
+    EXPECT_TRUE(big < a || big >= a + 96) << "65 fits no class";
+    // Freeing anywhere inside a slot frees that slot; freeing it twice is no error.
+    EXPECT_EQ(lmembufsFree(pool, b + 7), 1);
+    EXPECT_EQ(lmembufsFree(pool, b), 1);
+    EXPECT_EQ(lmembufsAlloc(pool, 3), b);
+    int notFromThePool = 0;
+    EXPECT_EQ(lmembufsFree(pool, &notFromThePool), 0);
+    EXPECT_EQ(lmembufsDestroy(pool), 1);
+}
+
+TEST(MembufsTest, FreedBlockIsReusedOrMovedWhenGrown) {
+    tagLMM_MembufsBlock plan[] = {{8, 1}};
+    void* pool = lmembufsCreate(plan, 1);
+    lmembufsAlloc(pool, 8);
+    void* block = lmembufsAlloc(pool, 100);
+    ASSERT_EQ(lmembufsFree(pool, block), 1);
+    EXPECT_EQ(lmembufsAlloc(pool, 90), block) << "a larger free block serves a smaller request";
+    ASSERT_EQ(lmembufsFree(pool, block), 1);
+    void* grown = lmembufsAlloc(pool, 120);
+    EXPECT_NE(grown, block);
+    ASSERT_EQ(lmembufsFree(pool, grown), 1);
+    EXPECT_EQ(lmembufsAlloc(pool, 120), grown) << "the grown block now has the larger size";
+
+    SIZE_T before = OrvaGlobalLiveBlocks();
+    ASSERT_EQ(lmembufsFree(pool, grown), 1);
+    ASSERT_EQ(lmembufsCompact(pool), 1);
+    EXPECT_EQ(OrvaGlobalLiveBlocks(), before - 1);
+    EXPECT_EQ(lmembufsDestroy(pool), 1);
+}
+
+TEST(MembufsTest, BadArgumentsEndWithInvalidArg) {
+    tagLMM_MembufsBlock zeroSize[] = {{16, 2}, {0, 1}};
+    tagLMM_MembufsBlock zeroCount[] = {{16, 0}};
+    struct Case {
+        tagLMM_MembufsBlock* blocks;
+        DWORD num;
+    } cases[] = {{nullptr, 1}, {zeroSize, 0}, {zeroSize, 2}, {zeroCount, 1}};
+    for (const Case& c : cases) {
+        SetLastError(0);
+        EXPECT_EQ(lmembufsCreate(c.blocks, c.num), nullptr);
+        EXPECT_EQ(GetLastError(), LERR_INVALIDARG);
+    }
+    tagLMM_MembufsBlock plan[] = {{16, 2}};
+    void* pool = lmembufsCreate(plan, 1);
+    SetLastError(0);
+    EXPECT_EQ(lmembufsAlloc(pool, 0), nullptr);
+    EXPECT_EQ(GetLastError(), LERR_INVALIDARG);
+    for (auto call : {+[] { return lmembufsAlloc(nullptr, 1) != nullptr ? 1 : 0; },
+                      +[] { return lmembufsFree(nullptr, nullptr); }, +[] { return lmembufsCompact(nullptr); },
+                      +[] { return lmembufsDestroy(nullptr); }}) {
+        SetLastError(0);
+        EXPECT_EQ(call(), 0);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    }
+    EXPECT_EQ(lmembufsDispInfo(pool), 1);
+    EXPECT_EQ(lmembufsDestroy(pool), 1);
+}
+
+TEST(MembufsTest, ExhaustionDuringCreateAndGrowthLeavesNothingBehind) {
+    for (DWORD n = 1; n < 40; ++n) {
+        SIZE_T before = OrvaGlobalLiveBlocks();
+        tagLMM_MembufsBlock plan[] = {{16, 2}, {32, 4}, {48, 1}};
+        OrvaFaultArm(ORVA_FAULT_GLOBALALLOC, n, ERROR_NOT_ENOUGH_MEMORY, FALSE);
+        void* pool = nullptr;
+        bool raised = false;
+        try {
+            pool = lmembufsCreate(plan, 3);
+        } catch (L_CMemoryException*) {
+            raised = true;
+        }
+        DWORD injected = OrvaFaultInjected(ORVA_FAULT_GLOBALALLOC);
+        OrvaFaultReset();
+        if (raised) {
+            EXPECT_EQ(OrvaGlobalLiveBlocks(), before) << "n=" << n;
+            continue;
+        }
+        ASSERT_NE(pool, nullptr);
+        ASSERT_EQ(injected, 0u);
+        // Growing a free block: the failure leaves it whole and free.
+        void* block = lmembufsAlloc(pool, 100);
+        ASSERT_EQ(lmembufsFree(pool, block), 1);
+        OrvaFaultArm(ORVA_FAULT_GLOBALALLOC, 1, ERROR_NOT_ENOUGH_MEMORY, FALSE);
+        EXPECT_THROW(lmembufsAlloc(pool, 200), L_CMemoryException*);
+        OrvaFaultReset();
+        EXPECT_EQ(lmembufsAlloc(pool, 100), block) << "still free for reuse";
+        EXPECT_EQ(lmembufsDestroy(pool), 1);
+        EXPECT_EQ(OrvaGlobalLiveBlocks(), before);
+        return;
+    }
+    FAIL() << "creation never completed";
+}
+
+TEST(StackTest, ItemsComeBackInReverseOrderWithTheirSizes) {
+    tagLMM_MembufsBlock plan[] = {{16, 8}};
+    void* stack = lstackCreate(plan, 1);
+    ASSERT_NE(stack, nullptr);
+    EXPECT_EQ(plan[0].slotSize, 16u + 2 * sizeof(void*)) << "the item header is added to the caller's sizes";
+    std::vector<std::vector<BYTE>> pushed;
+    std::mt19937 rng(7);
+    for (int i = 0; i < 30; ++i) {
+        std::vector<BYTE> data(1 + rng() % 40);
+        for (BYTE& b : data) b = static_cast<BYTE>(rng());
+        ASSERT_EQ(lstackPush(stack, data.data(), static_cast<DWORD>(data.size())), 1);
+        pushed.push_back(data);
+    }
+    while (!pushed.empty()) {
+        std::vector<BYTE> expected = pushed.back();
+        pushed.pop_back();
+        std::vector<BYTE> buffer(expected.size());
+        if (expected.size() > 1) {
+            SetLastError(0);
+            EXPECT_EQ(lstackPop(stack, buffer.data(), static_cast<DWORD>(expected.size() - 1)), 0xFFFFFFFFu);
+            EXPECT_EQ(GetLastError(), LERR_BUFTOOSMALL);
+        }
+        ASSERT_EQ(lstackPop(stack, buffer.data(), static_cast<DWORD>(buffer.size())), expected.size());
+        EXPECT_EQ(buffer, expected);
+    }
+    BYTE byte;
+    SetLastError(0);
+    EXPECT_EQ(lstackPop(stack, &byte, 1), 0u);
+    EXPECT_EQ(GetLastError(), LERR_NODATA);
+    SetLastError(0);
+    EXPECT_EQ(lstackPush(stack, &byte, 0), 0);
+    EXPECT_EQ(GetLastError(), LERR_BADSIZE);
+    EXPECT_EQ(lstackDestroy(stack), 1);
+    SetLastError(0);
+    EXPECT_EQ(lstackDestroy(nullptr), 0);
+    EXPECT_EQ(GetLastError(), LERR_BADHANDLE);
+}
+
+TEST(StackTest, BadPlanIsPassedOnAndTheRecordReleased) {
+    SIZE_T before = OrvaGlobalLiveBlocks();
+    SetLastError(0);
+    EXPECT_EQ(lstackCreate(nullptr, 1), nullptr);
+    EXPECT_EQ(GetLastError(), LERR_INVALIDARG);
+    EXPECT_EQ(OrvaGlobalLiveBlocks(), before);
+}
+
+}  // namespace
