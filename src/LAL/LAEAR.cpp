@@ -31,9 +31,9 @@
 #include <cstring>
 
 #include <orvanest/LAL.h>
+#include <orvanest/LMM.h>
 
 #include "internal/context.h"
-#include "internal/lmem_pending.h"
 #include "internal/sources.h"
 
 #define LDE_THIS_SOURCE lde::g_srcLAEAR

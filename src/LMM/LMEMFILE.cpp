@@ -24,7 +24,6 @@
 #include <orvanest/LMM.h>
 
 #include "internal/context.h"
-#include "internal/lmem_pending.h"
 #include "internal/sources.h"
 
 #define LDE_THIS_SOURCE lde::g_srcLMEMFILE
