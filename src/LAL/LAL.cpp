@@ -5,11 +5,15 @@
 // array sorted. The halving runs on signed 64-bit bounds, so that an empty
 // array (high = -1) ends the loop at once and no sum of bounds can wrap.
 //
-// Source LAL; nothing here marks.
+// Nothing here marks, though the file is the source LAL.
 #include <cstdint>
 #include <cstring>
 
 #include <orvanest/LAL.h>
+
+#include "internal/sources.h"
+
+#define LDE_THIS_SOURCE lde::g_srcLAL
 
 namespace {
 

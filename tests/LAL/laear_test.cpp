@@ -495,6 +495,8 @@ struct GrowthCase {
     UINT numAfter;
 };
 
+void PrintTo(const GrowthCase& c, std::ostream* os) { *os << c.name; }
+
 DWORD g_one = 1;
 
 const GrowthCase kGrowthCases[] = {

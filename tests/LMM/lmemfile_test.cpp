@@ -86,6 +86,8 @@ struct FileShape {
     DWORD firstSize, growStep;
 };
 
+void PrintTo(const FileShape& s, std::ostream* os) { *os << "first " << s.firstSize << ", step " << s.growStep; }
+
 class LmemfileModelTest : public testing::TestWithParam<FileShape> {
 protected:
     void TearDown() override { OrvaFaultReset(); }
