@@ -18,9 +18,9 @@
 // Exhausted memory raises L_CMemoryException from the allocator. When it
 // does so inside the size step, the array is left exactly as it was before
 // the operation: block, capacity and count. The count has been raised or
-// lowered by then, so a scope object puts it back while the exception
-// passes; an array therefore never claims more elements than its block
-// holds.
+// lowered by then, so it is put back before the exception goes on; an
+// array therefore never claims more elements than its block holds. A failed
+// commit of a fresh virtual block gives the old block back the same way.
 //
 // Sizes are worked out in 64 bits. A block that 32 bits cannot describe
 // cannot be had, and asking for one raises L_CMemoryException as exhaustion
@@ -71,23 +71,6 @@ public:
     LibraryLockScope& operator=(const LibraryLockScope&) = delete;
 };
 
-// Puts num back when the size step raises after num was changed; a
-// finished step dismisses it.
-class NumRollback {
-public:
-    explicit NumRollback(AearRecord* a) : m_array(a), m_num(a->num) {}
-    ~NumRollback() {
-        if (m_array != nullptr) m_array->num = m_num;
-    }
-    void Dismiss() { m_array = nullptr; }
-    NumRollback(const NumRollback&) = delete;
-    NumRollback& operator=(const NumRollback&) = delete;
-
-private:
-    AearRecord* m_array;
-    UINT m_num;
-};
-
 [[noreturn]] void RaiseTooLarge() {
     SetLastError(ERROR_NOT_ENOUGH_MEMORY);
     LDE_THROW_MEMORY();
@@ -105,13 +88,37 @@ DWORD WantedCapacity(const AearRecord* a) {
     return static_cast<DWORD>(wanted);
 }
 
+// Sets the count and brings the block to it. When the size step raises, the
+// block is still the old one, and the count goes back to what it was before
+// the exception goes on: the array never claims more elements than its
+// block holds.
+void Renew(AearRecord* a, UINT num) {
+    const UINT oldNum = a->num;
+    a->num = num;
+    try {
+        laearRenewBlock(a);
+    } catch (...) {
+        a->num = oldNum;
+        throw;
+    }
+}
+
 void RaiseMax(AearRecord* a) {
     if (a->num > a->maxNum) a->maxNum = a->num;
 }
 
-// The refusal shared by every operation that changes the array.
-bool RefuseLocked(const AearRecord* a) {
-    if (a->lockCount <= 0) return false;
+// Null handle: last error 6; the caller marks at its own position.
+bool RefuseNull(void* array) {
+    if (array != nullptr) return false;
+    SetLastError(ERROR_INVALID_HANDLE);
+    return true;
+}
+
+// The refusals of every operation that changes the array: a null handle,
+// then a lock. Called with the library's lock held.
+bool RefuseChange(void* array) {
+    if (RefuseNull(array)) return true;
+    if (RecordOf(array)->lockCount <= 0) return false;
     SetLastError(LERR_LOCKED);
     return true;
 }
@@ -158,8 +165,7 @@ void* laearCreate(DWORD elementSize, DWORD firstNum, DWORD stepNum) {
 }
 
 int laearDestroy(void* array) {
-    if (array == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
+    if (RefuseNull(array)) {
         LDE_MARK();
         return 0;
     }
@@ -181,8 +187,7 @@ void* laearLock(void* array) {
 }
 
 int laearUnlock(void* array) {
-    if (array == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
+    if (RefuseNull(array)) {
         LDE_MARK();
         return 0;
     }
@@ -198,17 +203,13 @@ int laearUnlock(void* array) {
 }
 
 UINT laearGetNum(void* array) {
-    if (array == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return 0;
-    }
+    if (RefuseNull(array)) return 0;  // with no mark
     LibraryLockScope lock;
     return RecordOf(array)->num;
 }
 
 int laearRenewBlock(void* array) {
-    if (array == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
+    if (RefuseNull(array)) {
         LDE_MARK();
         return 0;
     }
@@ -247,17 +248,12 @@ int laearRenewBlock(void* array) {
 }
 
 int laearIns(void* array, void const* element, UINT index) {
-    if (array == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        LDE_MARK();
-        return 0;
-    }
     LibraryLockScope lock;
-    AearRecord* a = RecordOf(array);
-    if (RefuseLocked(a)) {
+    if (RefuseChange(array)) {
         LDE_MARK();
         return 0;
     }
+    AearRecord* a = RecordOf(array);
     const size_t size = a->elementSize;
 
     // Appending inside the block: one copy, no size step.
@@ -271,10 +267,7 @@ int laearIns(void* array, void const* element, UINT index) {
     char* oldBlock = a->block;
     const UINT oldNum = a->num;
     if (index == kLast) index = oldNum;
-    NumRollback rollback(a);
-    a->num = index > oldNum ? index + 1 : oldNum + 1;
-    laearRenewBlock(a);
-    rollback.Dismiss();
+    Renew(a, index > oldNum ? index + 1 : oldNum + 1);
     RaiseMax(a);
 
     char* block = a->block;
@@ -295,17 +288,12 @@ int laearIns(void* array, void const* element, UINT index) {
 
 UINT laearInsSort(void* array, void* element, LAL_COMPAREPROC compare) {
     constexpr UINT kFailed = 0xFFFFFFFEu;
-    if (array == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        LDE_MARK();
-        return kFailed;
-    }
     LibraryLockScope lock;
-    AearRecord* a = RecordOf(array);
-    if (RefuseLocked(a)) {
+    if (RefuseChange(array)) {
         LDE_MARK();
         return kFailed;
     }
+    AearRecord* a = RecordOf(array);
     UINT position = 0;
     if (lalBsearch(element, a->block, a->num, a->elementSize, &position, compare) != 0) return kLast;
     if (laearIns(array, element, position) == 0) {
@@ -316,17 +304,12 @@ UINT laearInsSort(void* array, void* element, LAL_COMPAREPROC compare) {
 }
 
 int laearDel(void* array, UINT index) {
-    if (array == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        LDE_MARK();
-        return 0;
-    }
     LibraryLockScope lock;
-    AearRecord* a = RecordOf(array);
-    if (RefuseLocked(a)) {
+    if (RefuseChange(array)) {
         LDE_MARK();
         return 0;
     }
+    AearRecord* a = RecordOf(array);
     if (index == kLast) index = a->num - 1;  // on an empty array: kLast again
     if (index >= a->num) {
         SetLastError(LERR_INVALIDARG);
@@ -336,10 +319,7 @@ int laearDel(void* array, UINT index) {
 
     char* oldBlock = a->block;
     const UINT oldNum = a->num;
-    NumRollback rollback(a);
-    --a->num;
-    laearRenewBlock(a);
-    rollback.Dismiss();
+    Renew(a, oldNum - 1);
 
     char* block = a->block;
     const bool moved = block != oldBlock;
@@ -356,23 +336,15 @@ int laearDel(void* array, UINT index) {
 }
 
 int laearSetNum(void* array, UINT num) {
-    if (array == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        LDE_MARK();
-        return 0;
-    }
     LibraryLockScope lock;
-    AearRecord* a = RecordOf(array);
-    if (RefuseLocked(a)) {
+    if (RefuseChange(array)) {
         LDE_MARK();
         return 0;
     }
+    AearRecord* a = RecordOf(array);
     char* oldBlock = a->block;
     const UINT oldNum = a->num;
-    NumRollback rollback(a);
-    a->num = num;
-    laearRenewBlock(a);
-    rollback.Dismiss();
+    Renew(a, num);
     RaiseMax(a);
 
     // The same block: new elements hold whatever it holds there. A fresh

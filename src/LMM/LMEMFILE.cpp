@@ -65,6 +65,19 @@ bool RefuseState(const MemFile* f) {
     return false;
 }
 
+// The refusals of setting the size and reserving: a null handle, a lock, a
+// reservation. Reading and writing test their data pointer after the handle.
+bool RefuseBusy(void* file) { return RefuseNull(file) || RefuseState(FileOf(file)); }
+
+bool RefuseTransfer(void* file, const void* data) {
+    if (RefuseNull(file)) return true;
+    if (data == nullptr) {
+        SetLastError(LERR_INVALIDARG);
+        return true;
+    }
+    return RefuseState(FileOf(file));
+}
+
 [[noreturn]] void RaiseTooLarge() {
     SetLastError(ERROR_NOT_ENOUGH_MEMORY);
     LDE_THROW_MEMORY();
@@ -147,20 +160,11 @@ int lmemfileDestroy(void* file) {
 }
 
 int lmemfileRead(void* file, void* data, DWORD length) {
-    if (RefuseNull(file)) {
-        LDE_MARK();
-        return -1;
-    }
-    if (data == nullptr) {
-        SetLastError(LERR_INVALIDARG);
+    if (RefuseTransfer(file, data)) {
         LDE_MARK();
         return -1;
     }
     MemFile* f = FileOf(file);
-    if (RefuseState(f)) {
-        LDE_MARK();
-        return -1;
-    }
     DWORD left = f->size - f->position;
     DWORD n = length < left ? length : left;
     std::memcpy(data, f->buffer + f->position, n);
@@ -169,20 +173,11 @@ int lmemfileRead(void* file, void* data, DWORD length) {
 }
 
 int lmemfileWrite(void* file, void* data, DWORD length) {
-    if (RefuseNull(file)) {
-        LDE_MARK();
-        return 0;
-    }
-    if (data == nullptr) {
-        SetLastError(LERR_INVALIDARG);
+    if (RefuseTransfer(file, data)) {
         LDE_MARK();
         return 0;
     }
     MemFile* f = FileOf(file);
-    if (RefuseState(f)) {
-        LDE_MARK();
-        return 0;
-    }
     Grow(f, NeedFor(f->position, length));
     std::memcpy(f->buffer + f->position, data, length);
     f->position += length;
@@ -281,15 +276,11 @@ int lmemfileGrowBuf(void* file, DWORD needed) {
 }
 
 int lmemfileSetSize(void* file, DWORD newSize) {
-    if (RefuseNull(file)) {
+    if (RefuseBusy(file)) {
         LDE_MARK();
         return 0;
     }
     MemFile* f = FileOf(file);
-    if (RefuseState(f)) {
-        LDE_MARK();
-        return 0;
-    }
     // Within the capacity nothing is cleared or written: a shrink followed
     // by a growth brings the old bytes back.
     Grow(f, newSize);
@@ -299,15 +290,11 @@ int lmemfileSetSize(void* file, DWORD newSize) {
 }
 
 void* lmemfileReserveBuf(void* file, DWORD length) {
-    if (RefuseNull(file)) {
+    if (RefuseBusy(file)) {
         LDE_MARK();
         return nullptr;
     }
     MemFile* f = FileOf(file);
-    if (RefuseState(f)) {
-        LDE_MARK();
-        return nullptr;
-    }
     Grow(f, NeedFor(f->size, length));
     f->reserved = 1;
     f->reservedSize = length;

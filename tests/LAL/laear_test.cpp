@@ -24,11 +24,14 @@
 
 #include <orvanest/ORVANEST.h>
 
+#include "support/block_view.h"
+#include "support/heap_fault.h"
 #include "support/marks.h"
 #include "support/virtual_blocks.h"
 
 namespace {
 
+using orvatest::BlockView;
 using orvatest::kCallerError;
 using orvatest::kProbeError;
 using orvatest::LatestMarkError;
@@ -54,18 +57,7 @@ DWORD Staircase(const Shape& s, UINT num) {
     return static_cast<DWORD>(elements * s.elementSize);
 }
 
-// The block and its size as the heap reports it.
-struct BlockView {
-    unsigned char* block;
-    DWORD capacity;
-};
-
-BlockView View(void* array) {
-    auto* block = static_cast<unsigned char*>(laearLock(array));
-    auto capacity = static_cast<DWORD>(GlobalSize(block));
-    laearUnlock(array);
-    return {block, capacity};
-}
+BlockView View(void* array) { return orvatest::ViewOf(array, laearLock, laearUnlock); }
 
 // The block as bytes. Elements keep their bytes where they stay; a change of
 // size gives a fresh zeroed block with the surviving elements in their final
@@ -304,7 +296,7 @@ TEST_P(LaearModelTest, FollowsTheModelThroughRandomSteps) {
         const int kind = static_cast<int>(rng() % 10);
         UINT index = 0;
         std::string what;
-        std::function<int()> call;
+        std::function<long long()> call;
         std::function<bool()> apply;  // the model's step; false: refused
         if (kind < 5 && num < ceiling) {  // insert: append, inside, or beyond the end
             int where = static_cast<int>(rng() % 6);
@@ -326,30 +318,18 @@ TEST_P(LaearModelTest, FollowsTheModelThroughRandomSteps) {
         }
         what = "step " + std::to_string(step) + ": " + what;
 
-        const bool arm = rng() % 4 == 0;
-        if (arm) OrvaFaultArm(ORVA_FAULT_GLOBALALLOC, 1, ERROR_NOT_ENOUGH_MEMORY, FALSE);
-        PrepareCall();
-        int result = -1;
-        bool raised = false;
-        try {
-            result = call();
-        } catch (L_CMemoryException*) {
-            raised = true;
-        }
-        const bool injected = arm && OrvaFaultInjected(ORVA_FAULT_GLOBALALLOC) != 0;
-        OrvaFaultReset();
-
-        if (injected) {
-            ASSERT_TRUE(raised) << what;
+        const orvatest::Outcome o = orvatest::CallWithHeapFault(rng() % 4 == 0, call);
+        if (o.injected) {
+            ASSERT_TRUE(o.raised) << what;
             ++raisedSteps;
         } else {
-            ASSERT_FALSE(raised) << what;
+            ASSERT_FALSE(o.raised) << what;
             DWORD error = GetLastError();
             if (apply()) {
-                EXPECT_EQ(result, 1) << what;
+                EXPECT_EQ(o.result, 1) << what;
                 EXPECT_EQ(error, kCallerError) << what << ": success leaves the last error";
             } else {
-                EXPECT_EQ(result, 0) << what;
+                EXPECT_EQ(o.result, 0) << what;
                 EXPECT_EQ(error, LERR_INVALIDARG) << what;
                 EXPECT_EQ(LatestMarkError(), LERR_INVALIDARG) << what;
             }

@@ -15,11 +15,14 @@
 
 #include <orvanest/ORVANEST.h>
 
+#include "support/block_view.h"
+#include "support/heap_fault.h"
 #include "support/marks.h"
 #include "support/virtual_blocks.h"
 
 namespace {
 
+using orvatest::BlockView;
 using orvatest::kCallerError;
 using orvatest::kProbeError;
 using orvatest::LatestMarkError;
@@ -27,18 +30,7 @@ using orvatest::PrepareCall;
 
 constexpr DWORD kAll = 0xFFFFFFFFu;
 
-// The block and its size as the heap reports it; the file must be open.
-struct BlockView {
-    unsigned char* block;
-    DWORD capacity;
-};
-
-BlockView View(void* f) {
-    auto* block = static_cast<unsigned char*>(lmemfileLock(f));
-    auto capacity = static_cast<DWORD>(GlobalSize(block));
-    lmemfileUnlock(f);
-    return {block, capacity};
-}
+BlockView View(void* f) { return orvatest::ViewOf(f, lmemfileLock, lmemfileUnlock); }
 
 // What a memory file should be: every byte of its block, the size, the
 // position and the state.
@@ -242,29 +234,17 @@ TEST_P(LmemfileModelTest, FollowsTheModelThroughRandomSteps) {
         }
         }
 
-        const bool arm = mayGrow && rng() % 2 == 0;
-        SIZE_T live = OrvaGlobalLiveBlocks();
-        if (arm) OrvaFaultArm(ORVA_FAULT_GLOBALALLOC, 1, ERROR_NOT_ENOUGH_MEMORY, FALSE);
-        PrepareCall();
-        long long result = 0;
-        bool raised = false;
-        try {
-            result = call();
-        } catch (L_CMemoryException*) {
-            raised = true;
-        }
-        const bool injected = arm && OrvaFaultInjected(ORVA_FAULT_GLOBALALLOC) != 0;
-        OrvaFaultReset();
+        const SIZE_T live = OrvaGlobalLiveBlocks();
+        const orvatest::Outcome o = orvatest::CallWithHeapFault(mayGrow && rng() % 2 == 0, call);
         const DWORD error = GetLastError();
-
-        if (injected) {
-            ASSERT_TRUE(raised) << what;
+        if (o.injected) {
+            ASSERT_TRUE(o.raised) << what;
             EXPECT_EQ(OrvaGlobalLiveBlocks(), live) << what << ": a failed growth leaves no block behind";
             ++raisedSteps;
         } else {
-            ASSERT_FALSE(raised) << what;
+            ASSERT_FALSE(o.raised) << what;
             Expected want = apply();
-            EXPECT_EQ(result, want.result) << what;
+            EXPECT_EQ(o.result, want.result) << what;
             EXPECT_EQ(error, want.error) << what;
             EXPECT_EQ(LatestMarkError(), want.marks ? want.error : kProbeError) << what;
         }
