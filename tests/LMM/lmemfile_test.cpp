@@ -1,9 +1,9 @@
 // The memory file: a seeded random mix of reads, writes, seeks, size
 // changes, growth, locks and reservations against a model of size,
-// position, capacity and every byte of the block, with each refusal's last
-// error and mark checked and exhausted memory injected at random steps; the
-// growth rule's numbers; file-like edges; the reservation's rules; null
-// handles; and failures of creation and of a virtual block's commit.
+// position, capacity, state and every byte of the block, with each
+// refusal's last error and mark checked and exhausted memory injected at
+// random steps; the growth rule's numbers; null handles; and failures of
+// creation and of a virtual block's commit.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -285,91 +285,6 @@ TEST(LmemfileTest, GrowthRuleAddsTheFewestWholeSteps) {
     lmemfileWrite(f, ten.data(), 1);
     EXPECT_EQ(View(f).capacity, 13u) << "one byte more grows by one step";
     lmemfileDestroy(f);
-}
-
-TEST(LmemfileTest, BehavesLikeAFile) {
-    void* f = lmemfileCreate(8, 8);
-    char buf[16] = {};
-    EXPECT_EQ(lmemfileRead(f, buf, 4), 0) << "the end of a fresh file is no failure";
-    EXPECT_EQ(lmemfileSeek(f, 0, 0), 0);
-    PrepareCall();
-    EXPECT_EQ(lmemfileSeek(f, 1, 0), -1);
-    EXPECT_EQ(GetLastError(), LERR_INVALIDARG);
-
-    char digits[] = "0123456789ABCDEF";
-    lmemfileWrite(f, digits, 10);
-    EXPECT_EQ(lmemfileSeek(f, -1, 2), 9);
-    EXPECT_EQ(lmemfileSeek(f, 1, 2), -1);
-    EXPECT_EQ(lmemfileGetCurrentPos(f), 9u) << "a failed seek leaves the position";
-    EXPECT_EQ(lmemfileWrite(f, digits, 0), 1);
-    EXPECT_EQ(lmemfileGetSize(f), 10u);
-
-    lmemfileSeek(f, 2, 0);
-    lmemfileWrite(f, digits + 10, 3);
-    EXPECT_EQ(lmemfileGetSize(f), 10u);
-    EXPECT_EQ(lmemfileGetCurrentPos(f), 5u);
-    lmemfileWrite(f, digits, 7);
-    EXPECT_EQ(lmemfileGetSize(f), 12u);
-    EXPECT_EQ(lmemfileGetCurrentPos(f), 12u);
-
-    lmemfileSeek(f, 1, 0);
-    ASSERT_EQ(lmemfileSetSize(f, 3), 1);
-    EXPECT_EQ(lmemfileGetCurrentPos(f), 3u) << "the position follows the size down";
-    ASSERT_EQ(lmemfileSetSize(f, 12), 1);
-    lmemfileSeek(f, 0, 0);
-    EXPECT_EQ(lmemfileRead(f, buf, 16), 12);
-    EXPECT_EQ(std::string(buf, 12), "01ABC0123456") << "the old bytes come back";
-    lmemfileDestroy(f);
-}
-
-TEST(LmemfileTest, ReservationAndLockExcludeEachOther) {
-    void* f = lmemfileCreate(16, 16);
-    char ten[10] = {};
-    lmemfileWrite(f, ten, 10);
-    lmemfileSeek(f, 0, 0);
-    auto* base = static_cast<char*>(lmemfileLock(f));
-    lmemfileUnlock(f);
-    auto* room = static_cast<char*>(lmemfileReserveBuf(f, 100));
-    ASSERT_NE(room, nullptr);
-    EXPECT_EQ(GlobalSize(room - 10), 112u) << "behind the data, whatever the position";
-    EXPECT_NE(room - 10, base) << "the reservation grew the block";
-    std::memcpy(room, "claimed", 7);
-
-    const std::pair<const char*, std::function<bool()>> refused[] = {
-        {"Lock", [&] { return lmemfileLock(f) == nullptr; }},
-        {"ReserveBuf", [&] { return lmemfileReserveBuf(f, 1) == nullptr; }},
-        {"SetSize", [&] { return lmemfileSetSize(f, 1) == 0; }},
-    };
-    for (const auto& [name, call] : refused) {
-        PrepareCall();
-        EXPECT_TRUE(call()) << name;
-        EXPECT_EQ(GetLastError(), LERR_RESERVED) << name;
-        EXPECT_EQ(LatestMarkError(), LERR_RESERVED) << name;
-    }
-    PrepareCall();
-    EXPECT_EQ(lmemfileReleaseBuf(f, 101), 0);
-    EXPECT_EQ(GetLastError(), kCallerError);
-    EXPECT_EQ(LatestMarkError(), kProbeError) << "claiming too much marks nothing";
-    ASSERT_EQ(lmemfileReleaseBuf(f, 40), 1) << "the reservation stood";
-    EXPECT_EQ(lmemfileGetSize(f), 50u);
-    EXPECT_EQ(lmemfileGetCurrentPos(f), 50u);
-    EXPECT_EQ(std::memcmp(static_cast<char*>(lmemfileLock(f)) + 10, "claimed", 7), 0);
-    PrepareCall();
-    EXPECT_EQ(lmemfileReserveBuf(f, 1), nullptr);
-    EXPECT_EQ(GetLastError(), LERR_LOCKED);
-    lmemfileUnlock(f);
-
-    lmemfileSeek(f, 0, 0);
-    lmemfileReserveBuf(f, 5);
-    EXPECT_EQ(lmemfileReleaseBuf(f, 0), 1);
-    EXPECT_EQ(lmemfileGetCurrentPos(f), 50u) << "an empty claim still moves to the end";
-    PrepareCall();
-    EXPECT_EQ(lmemfileReleaseBuf(f, 0), 0);
-    EXPECT_EQ(GetLastError(), LERR_NOTRESERVED);
-    EXPECT_EQ(LatestMarkError(), LERR_NOTRESERVED);
-
-    lmemfileReserveBuf(f, 8);
-    EXPECT_EQ(lmemfileDestroy(f), 1) << "a reservation is no obstacle";
 }
 
 TEST(LmemfileTest, CreationRefusesZeroAndNullHandlesAreRefused) {
