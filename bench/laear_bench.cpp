@@ -5,6 +5,7 @@
 // so its copying grows with n * n / step, while the vector doubles; the
 // runs show where that begins to tell. Elements of 4 and 32 bytes.
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 #include <orvanest/ORVANEST.h>
 
 #include <cstdint>
@@ -63,4 +64,16 @@ BENCHMARK_TEMPLATE(BM_VectorPushBack, 32)->Arg(1000)->Arg(100000);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+// glibc serves large blocks from fresh mappings below a threshold that moves
+// with what the process has freed, so without this the cost of a run would
+// hang on page faults and on which benchmark ran before it. With the
+// threshold fixed high, every contender recycles the same heap.
+int main(int argc, char** argv) {
+    mallopt(M_MMAP_THRESHOLD, 256 << 20);
+    mallopt(M_TRIM_THRESHOLD, 512 << 20);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

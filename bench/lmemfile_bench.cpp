@@ -6,6 +6,7 @@
 // doubles. A third contender fills the same file through reservations, the
 // way a producer avoids the copy of its own data.
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 #include <orvanest/ORVANEST.h>
 
 #include <cstring>
@@ -67,4 +68,16 @@ BENCHMARK(BM_VectorAppend)->Arg(16)->Arg(256);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+// glibc serves large blocks from fresh mappings below a threshold that moves
+// with what the process has freed, so without this the cost of a run would
+// hang on page faults and on which benchmark ran before it. With the
+// threshold fixed high, every contender recycles the same heap.
+int main(int argc, char** argv) {
+    mallopt(M_MMAP_THRESHOLD, 256 << 20);
+    mallopt(M_TRIM_THRESHOLD, 512 << 20);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
