@@ -128,3 +128,62 @@ ORVANEST_EXPORT DWORD lbittblGetEntry(void* table, DWORD start, int value, int d
 // How many bits equal value between from and to, both included, in either
 // order; 0xFFFFFFFF when a search fails.
 ORVANEST_EXPORT DWORD lbittblGetEntryNum(void* table, DWORD from, DWORD to, int value);
+
+// ---- extensible array -------------------------------------------------------------
+// Fixed-size elements in one contiguous block, copied in and out by value.
+// The block holds firstNum elements, then firstNum + stepNum, + 2 * stepNum
+// and so on, and comes down the same stairs as elements go; every change of
+// that size moves the data to a fresh block. To read the elements, lock the
+// array and index the block it hands out. Every operation takes the library's
+// one lock for its own length, so single operations may come from several
+// threads; the array is registered with the thread that created it.
+// Exhausted memory raises L_CMemoryException and leaves the array as it was.
+
+// A new empty array with a block of firstNum elements. Any argument 0: last
+// error LERR_INVALIDARG, mark, null.
+ORVANEST_EXPORT void* laearCreate(DWORD elementSize, DWORD firstNum, DWORD stepNum);
+// Frees the block and the record, locked or not; 1. Null array: last error 6,
+// mark, 0.
+ORVANEST_EXPORT int laearDestroy(void* array);
+// Counts a lock up and gives the block, good until the matching unlock; locks
+// nest, and while one stands every operation that could move the block
+// refuses. The array must not be null.
+ORVANEST_EXPORT void* laearLock(void* array);
+// Counts a lock down; 1. No lock: last error LERR_NOTLOCKED, mark, 0.
+ORVANEST_EXPORT int laearUnlock(void* array);
+// The number of elements, locked or not. Null array: last error 6, no mark, 0.
+ORVANEST_EXPORT UINT laearGetNum(void* array);
+// Copies one element in at index: -1 appends; up to the count, the elements
+// from index on move up; beyond the count, the element lands at index and
+// the gap holds whatever the block holds there. element must not point into
+// the array's own block. 1; locked: last error LERR_LOCKED, mark, 0.
+ORVANEST_EXPORT int laearIns(void* array, void const* element, UINT index);
+// Inserts element where lalBsearch says it belongs, keeping an array filled
+// this way strictly ascending; gives its index. An equal element already
+// there: 0xFFFFFFFF, nothing inserted, no mark. Locked (last error
+// LERR_LOCKED, mark) or a failed insertion: 0xFFFFFFFE. The comparator runs
+// under the library's lock.
+ORVANEST_EXPORT UINT laearInsSort(void* array, void* element, LAL_COMPAREPROC compare);
+// Removes the element at index (-1: the last one), closing the gap; 1.
+// Locked: LERR_LOCKED, mark, 0; index not below the count: LERR_INVALIDARG,
+// mark, 0.
+ORVANEST_EXPORT int laearDel(void* array, UINT index);
+// Sets the count, keeping the elements that stay; new ones are not written
+// (zero when the block moved, else whatever the block holds). 1; locked:
+// LERR_LOCKED, mark, 0.
+ORVANEST_EXPORT int laearSetNum(void* array, UINT num);
+// Brings the block to the size that the count wants; 1. A fresh block starts
+// empty: the data stays in the old block, which is the caller's to copy and
+// free. Takes no notice of a lock. A fresh virtual block gets the pages of
+// the count's elements committed; when that fails the array keeps its old
+// block and the exception goes on (L_CStandardException when the block is not
+// found to commit).
+ORVANEST_EXPORT int laearRenewBlock(void* array);
+
+// ---- binary search ------------------------------------------------------------------
+// Searches count elements of size bytes at base, sorted ascending, calling
+// compare(key, element): negative when the key sorts before the element.
+// Null compare: the first 32-bit words are compared as unsigned numbers.
+// Found: *index is the element the halving meets first among equal ones, 1.
+// Not found: *index is where the key belongs (0 to count), 0. Tests nothing.
+ORVANEST_EXPORT int lalBsearch(void* key, void* base, UINT count, UINT size, UINT* index, LAL_COMPAREPROC compare);

@@ -163,3 +163,59 @@ ORVANEST_EXPORT int lstackPush(void* stack, void* data, DWORD size);
 ORVANEST_EXPORT DWORD lstackPop(void* stack, void* buffer, DWORD bufferSize);
 // Frees the stack with its pool and items; 1. Null: LERR_BADHANDLE, mark, 0.
 ORVANEST_EXPORT int lstackDestroy(void* stack);
+
+// ---- memory files ---------------------------------------------------------------------
+// A growing block with the behaviour of a file: a position, sequential reads
+// and writes, seek, and a size that grows only by writing or by setting it.
+// The block grows by whole steps of growStep, never shrinks, and moves at
+// every growth. Two ways into the block exclude each other: a lock hands out
+// the block itself, a reservation hands out room behind the data. While a
+// lock stands, reading, writing, growing, setting the size and reserving are
+// refused with LERR_LOCKED; while a reservation stands, the same and locking
+// are refused with LERR_RESERVED. A file belongs to the thread that created
+// it. Exhausted memory raises L_CMemoryException and leaves the file as it
+// was. Null file: last error 6, mark, and the failure value (not tested by
+// lmemfileGrowBuf).
+
+// A new empty file with a block of firstSize bytes. Either argument 0: last
+// error LERR_INVALIDARG, mark, null.
+ORVANEST_EXPORT void* lmemfileCreate(DWORD firstSize, DWORD growStep);
+// Frees the block and the record whatever the state; 1.
+ORVANEST_EXPORT int lmemfileDestroy(void* file);
+// Copies up to length bytes from the position into data and moves on; gives
+// the number copied, 0 at the end of the data. Failure -1; null data:
+// LERR_INVALIDARG, mark.
+ORVANEST_EXPORT int lmemfileRead(void* file, void* data, DWORD length);
+// Copies length bytes to the position, growing the block as needed, moves
+// on and raises the size to the position if it passed it; 1. Failure 0; null
+// data: LERR_INVALIDARG, mark.
+ORVANEST_EXPORT int lmemfileWrite(void* file, void* data, DWORD length);
+// Sets the position from the start (origin 0), the position (1) or the size
+// (2); gives the new position. The target must lie from 0 to the size, both
+// included. Another origin or a target outside: LERR_INVALIDARG, mark, -1,
+// the position unchanged. Works in every state.
+ORVANEST_EXPORT int lmemfileSeek(void* file, int offset, DWORD origin);
+// Counts a lock up and gives the block, good until the matching unlock;
+// locks nest. Under a reservation: LERR_RESERVED, mark, null.
+ORVANEST_EXPORT void* lmemfileLock(void* file);
+// Counts a lock down; 1. No lock: LERR_NOTLOCKED, mark, 0.
+ORVANEST_EXPORT int lmemfileUnlock(void* file);
+// The size and the position, in every state; null file: 0xFFFFFFFF.
+ORVANEST_EXPORT DWORD lmemfileGetSize(void* file);
+ORVANEST_EXPORT DWORD lmemfileGetCurrentPos(void* file);
+// Makes the capacity at least needed: the old capacity plus the fewest whole
+// steps that reach it; size and position stay. 1; refused: 0. file must be a
+// valid handle.
+ORVANEST_EXPORT int lmemfileGrowBuf(void* file, DWORD needed);
+// Sets the size and puts the position at it, growing the block when needed;
+// bytes inside the capacity are neither cleared nor written. 1; failure 0.
+ORVANEST_EXPORT int lmemfileSetSize(void* file, DWORD newSize);
+// Makes room for length bytes behind the data and gives its address (the
+// block plus the size, wherever the position is); the file is reserved until
+// lmemfileReleaseBuf. A second reservation is refused. Failure null.
+ORVANEST_EXPORT void* lmemfileReserveBuf(void* file, DWORD length);
+// Ends the reservation and claims used bytes of it as data, putting the
+// position at the new end; 1. No reservation: LERR_NOTRESERVED, mark, 0.
+// used above the reserved length: 0 with no mark and the last error
+// untouched, and the reservation stands.
+ORVANEST_EXPORT int lmemfileReleaseBuf(void* file, DWORD used);
