@@ -3,5 +3,9 @@
 #pragma once
 
 #include "afx.h"
+#include "crt_ctype.h"
+#include "crt_mbcs.h"
+#include "cstring.h"
 #include "orvaext.h"
 #include "win32.h"
+#include "win32_text.h"
