@@ -11,6 +11,7 @@
 // start wherever it stands, and its search costs what strchr costs.
 //
 // _splitpath lives in splitpath.cpp; the width and kana mappings are elsewhere.
+#include <cstdint>
 #include <cstring>
 
 #include <orvanest/platform/crt_mbcs.h>
@@ -28,11 +29,22 @@ inline const char* S(const UC* p) { return reinterpret_cast<const char*>(p); }
 inline const UC* U(const char* p) { return reinterpret_cast<const UC*>(p); }
 inline UC* Mut(const UC* p) { return const_cast<UC*>(p); }
 
+// The first byte b (not 0) at or after from, or null. The C library's
+// search has a start-up cost that short texts (names, the rest of a name)
+// do not repay, so the first bytes are looked at one by one.
+const UC* ScanFor(const UC* from, UC b) {
+    for (int i = 0; i < 16; ++i) {
+        if (from[i] == b) return from + i;
+        if (from[i] == 0) return nullptr;
+    }
+    return U(std::strchr(S(from + 16), b));
+}
+
 // The first place, at or after from (a character start), where the one-byte
 // character b stands.
 const UC* FindByteChar(const UC* from, UC b) {
     for (;;) {
-        const UC* q = U(std::strchr(S(from), b));
+        const UC* q = ScanFor(from, b);
         if (q == nullptr) return nullptr;
         if (!cp::IsCharStart(from, q)) {
             from = q + 1;  // q was the trail of the pair in front of it
@@ -47,8 +59,9 @@ const UC* FindByteChar(const UC* from, UC b) {
 // The first place, at or after from (a character start), where sub (not
 // empty) stands and a character starts.
 const UC* FindText(const UC* from, const UC* sub) {
+    const bool oneByte = sub[1] == 0;  // the C library's byte search is the cheaper one then
     for (;;) {
-        const UC* q = U(std::strstr(S(from), S(sub)));
+        const UC* q = oneByte ? ScanFor(from, sub[0]) : U(std::strstr(S(from), S(sub)));
         if (q == nullptr || cp::IsCharStart(from, q)) return q;
         from = q + 1;  // q was a trail byte, so the next character starts behind it
     }
@@ -79,7 +92,38 @@ bool InSet(const UC* set, unsigned code) {
     return false;
 }
 
+// Whether every byte of set is a one-byte character that no walk can take
+// for part of another: neither a lead byte nor a possible trail byte ('*',
+// '?', ';', '.', ' ' and the like).
+bool IsPlainSet(const UC* set) {
+    for (const UC* q = set; *q != 0; ++q) {
+        if (cp::IsLead(*q) || cp::IsTrail(*q)) return false;
+    }
+    return true;
+}
+
+// A span over bytes, for a plain set of one or two bytes (";", "*?"): the
+// common case, and cheaper by comparison than by the C library's table.
+size_t SmallSpan(const UC* str, UC a, UC b, bool inside) {
+    const UC* p = str;
+    if (inside) {
+        while (*p != 0 && (*p == a || *p == b)) ++p;
+    } else {
+        while (*p != 0 && *p != a && *p != b) ++p;
+    }
+    return static_cast<size_t>(p - str);
+}
+
 size_t Span(const UC* str, const UC* set, bool inside) {
+    // Bytes of a plain set stand only where a character starts, and always
+    // as that whole character, so a span over bytes gives the same answer as
+    // a walk.
+    if (IsPlainSet(set)) {
+        if (set[0] != 0 && (set[1] == 0 || set[2] == 0)) {
+            return SmallSpan(str, set[0], set[1] != 0 ? set[1] : set[0], inside);
+        }
+        return inside ? std::strspn(S(str), S(set)) : std::strcspn(S(str), S(set));
+    }
     const UC* p = str;
     while (*p != 0 && InSet(set, cp::Code(p)) == inside) p = cp::Next(p);
     return static_cast<size_t>(p - str);
@@ -95,6 +139,18 @@ unsigned FoldKey(const UC* p) {
     UC b = *p;
     if (b >= 'A' && b <= 'Z') b = static_cast<UC>(b + ('a' - 'A'));
     return static_cast<unsigned>(b) << 8;
+}
+
+constexpr uint64_t kOnes = 0x0101010101010101ULL;
+constexpr uint64_t kHighBits = kOnes * 0x80;
+
+// Upper-cases eight bytes below 0x80 at once: the high bit of each byte
+// tells "at least 'a'" and "above 'z'" without carrying into the next byte.
+inline uint64_t UpperAscii8(uint64_t x) {
+    uint64_t atLeastA = x + kOnes * (0x80 - 'a');
+    uint64_t aboveZ = x + kOnes * (0x80 - 'z' - 1);
+    uint64_t lower = atLeastA & ~aboveZ & kHighBits;
+    return x - (lower >> 2);  // 0x80 >> 2 is the 0x20 between the cases
 }
 
 }  // namespace
@@ -197,15 +253,31 @@ unsigned char* _mbsspnp(const unsigned char* str, const unsigned char* set) {
 }
 
 unsigned char* _mbsupr(unsigned char* str) {
-    for (UC* p = str; *p != 0;) {
-        if (cp::Width(p) == 2) {
+    UC* const end = str + std::strlen(S(str));
+    for (UC* p = str; p < end;) {
+        // Eight bytes at a time while none is 0x80 or above: at a character
+        // start such bytes are all characters of their own.
+        if (end - p >= 8) {
+            uint64_t x;
+            std::memcpy(&x, p, 8);
+            if ((x & kHighBits) == 0) {
+                x = UpperAscii8(x);
+                std::memcpy(p, &x, 8);
+                p += 8;
+                continue;
+            }
+        }
+        UC b = *p;
+        if (b < 0x80) {
+            *p = static_cast<UC>(b - ((static_cast<UC>(b - 'a') < 26) << 5));  // no branch on the case
+            ++p;
+        } else if (cp::Width(p) == 2) {
             unsigned upper = cp::ToUpper(cp::Code(p));
             p[0] = static_cast<UC>(upper >> 8);
             p[1] = static_cast<UC>(upper);
             p += 2;
         } else {
-            if (*p >= 'a' && *p <= 'z') *p = static_cast<UC>(*p - ('a' - 'A'));
-            ++p;
+            ++p;  // half-width kana, or a lead byte standing alone
         }
     }
     return str;

@@ -52,6 +52,9 @@ TEST(LschkWild, WorkedTable) {
         // from where it stands, and a literal behind nothing or '?' is not
         // tried again further on.
         {"abab", "??ab", 0, 0},       {"aaxb", "a?b", 0, -1},      {"aXbXb", "a?b", 0, -1},
+        // The same through the records (a two-byte character takes the text
+        // off the plain path).
+        {"abab\x95\x5C", "??ab\x95\x5C", 0, 0}, {"aaxb\x95\x5C", "a?b*", 0, -1}, {"\x95\x5C" "abab", "*??ab", 0, 0},
         // Two-byte characters: 表 (0x95 0x5C) is two bytes for '?', and a
         // literal behind '*' never starts on its trail byte.
         {"\x95\x5C", "??", 0, 0},     {"\x95\x5C", "?", 0, -1},    {"a\x95\x5C", "*\\", 0, -1},
@@ -158,17 +161,15 @@ int Reference(const std::string& text, const std::string& pattern, DWORD flag) {
     return ReferenceMatch(text, 0, pattern, 0) ? 0 : -1;
 }
 
-TEST(LschkWild, AgreesWithTheReferenceOnRandomTextsAndPatterns) {
-    cp932model::TextGen gen(4095);
-    const std::vector<std::string> patternPieces = {"*", "*", "?", "?", "a", "A", "b", ".", "\\", "\x95\x5C",
-                                                    "\x82\x81", "\x82\x60", "\x8B\x81", "@", "\x83\x40"};
-    const std::vector<std::string> textPieces = {"a", "A", "b", "B", ".", "\\", "@", "\x95\x5C", "\x82\x81",
-                                                 "\x82\x60", "\x82\x61", "\x8B\x81", "\x83\x40", "\xB1"};
+// Random texts and patterns from the given pieces, single and in lists.
+void AgreeOnRandom(unsigned seed, const std::vector<std::string>& textPieces,
+                   const std::vector<std::string>& patternPieces, bool leadAtEnd) {
+    cp932model::TextGen gen(seed);
     int matches = 0;
     for (int round = 0; round < 30000; ++round) {
         std::string text;
         for (size_t i = 0, n = gen.Below(10); i < n; ++i) text += textPieces[gen.Below(textPieces.size())];
-        if (gen.Below(8) == 0 && !text.empty()) text += static_cast<char>(0x81);  // a lead byte at the end
+        if (leadAtEnd && gen.Below(8) == 0 && !text.empty()) text += static_cast<char>(0x81);
         std::string pattern;
         for (size_t i = 0, n = 1 + gen.Below(7); i < n; ++i) {
             pattern += patternPieces[gen.Below(patternPieces.size())];
@@ -186,6 +187,21 @@ TEST(LschkWild, AgreesWithTheReferenceOnRandomTextsAndPatterns) {
         ASSERT_EQ(MatchList(text, list, flag), wantList) << "'" << text << "' ~ '" << list << "'";
     }
     EXPECT_GT(matches, 500) << "the generator makes matches at all";
+}
+
+TEST(LschkWild, AgreesWithTheReferenceOnRandomMixedText) {
+    AgreeOnRandom(4095,
+                  {"a", "A", "b", "B", ".", "\\", "@", "\x95\x5C", "\x82\x81", "\x82\x60", "\x82\x61", "\x8B\x81",
+                   "\x83\x40", "\xB1"},
+                  {"*", "*", "?", "?", "a", "A", "b", ".", "\\", "\x95\x5C", "\x82\x81", "\x82\x60", "\x8B\x81", "@",
+                   "\x83\x40"},
+                  true);
+}
+
+// Text and pattern of bytes below 0x80 alone take the matcher's shortcut.
+TEST(LschkWild, AgreesWithTheReferenceOnRandomPlainText) {
+    AgreeOnRandom(777, {"a", "A", "b", "B", ".", "x", "@", "ab"},
+                  {"*", "*", "?", "?", "a", "A", "b", ".", "x", "@", "*?", "?*"}, false);
 }
 
 }  // namespace

@@ -6,11 +6,13 @@
 // A pattern is compiled into tagLST_MatchWild records, one per literal, each
 // saying what may stand in front of its literal: nothing (skip 0), exactly n
 // bytes (a run of n '?'), or anything (a run that holds a '*'). The records
-// point into two private copies of the pattern, one where every literal gets
-// a terminator behind it and one where every wildcard run does; a third
-// private copy holds the text. With flag 1 all three are upper-cased by
-// _mbsupr first. Everything lives in 256-byte buffers on the stack: nothing is
-// allocated, and text and pattern are bounded to 255 bytes.
+// point into a private copy of the pattern in which every literal gets a
+// terminator behind it; the terminator goes where the wildcard run begins,
+// once the run has been read. With flag 1 the text is matched as a private
+// copy too, and both copies are upper-cased by _mbsupr first; with any other
+// flag the caller's text is only read, so it is matched where it stands.
+// Everything lives in 256-byte buffers on the stack: nothing is allocated,
+// and text and pattern are bounded to 255 bytes.
 //
 // lschkMatchSub walks the records over the text, recursing one level per
 // record. A literal behind a '*' is searched with _mbsstr, which steps by
@@ -23,6 +25,16 @@
 // - only a literal behind a '*' is tried again further on; one behind
 //   nothing or behind '?' stands where it stands or fails (so "aaxb" does not
 //   match "a?b").
+//
+// File names are mostly plain ASCII, and a filter sees many names per
+// pattern, so shortcuts come before the records. A pattern of wildcards
+// alone is answered from the text's length. When no byte of text
+// or pattern is 0x80 or above, every byte is a character of its own and
+// upper-casing is toupper byte by byte; what the records decide is then
+// ordinary wildcard matching over bytes, which PlainMatch answers in place.
+// Otherwise QuickLook rejects, from the caller's bytes, the texts whose
+// length or ends rule a match out, before anything is copied or compiled.
+#include <cstdint>
 #include <cstring>
 
 #include "LST/textcore.h"
@@ -32,6 +44,8 @@
 
 namespace {
 
+using lst::UC;
+
 constexpr size_t kBufferSize = 256;
 constexpr size_t kMaxLength = kBufferSize - 1;
 // A pattern of 255 bytes has at most 128 literals (or 127 and a closing
@@ -40,53 +54,221 @@ constexpr size_t kMaxRecords = 129;
 
 constexpr LONG kSkipAny = -1;
 constexpr LONG kEndMark = -2;
+constexpr int kUndecided = 1;
 
 // Sets the error, marks it at the line of the caller, and gives -2.
 #define LSCHK_BAD_ARGUMENT() (SetLastError(LERR_INVALIDARG), LDE_MARK(), -2)
 
-// The length of text, counted no further than limit + 1 so that an overlong
-// text is not walked to its end.
-size_t BoundedLength(const char* text, size_t limit) {
-    size_t n = 0;
-    while (n <= limit && text[n] != '\0') ++n;
-    return n;
+// '*' and '?' never stand inside a two-byte character (no trail byte is
+// below 0x40), so scans over bytes find exactly the runs and literals that
+// _mbsspn and _mbscspn with the set "*?" would find, without a call each.
+inline bool IsWild(char c) { return c == '*' || c == '?'; }
+
+// Bytes of the wildcard run at p.
+inline size_t WildSpan(const char* p) {
+    const char* q = p;
+    while (IsWild(*q)) ++q;
+    return static_cast<size_t>(q - p);
 }
 
-// The text checks and the text's private copy (upper-cased under flag 1):
-// 0 when the copy is ready, -1 for an empty text, -2 for a null or overlong one.
-int PrepareText(const char* text, DWORD flag, char* copy) {
-    if (text == nullptr) return LSCHK_BAD_ARGUMENT();
-    if (*text == '\0') return -1;
-    size_t n = BoundedLength(text, kMaxLength);
-    if (n > kMaxLength) return LSCHK_BAD_ARGUMENT();
-    std::memcpy(copy, text, n + 1);
-    if (flag == 1) orvacrt::_mbsupr(copy);
-    return 0;
+// Bytes of the literal at p (up to a wildcard or the terminator).
+inline size_t LiteralSpan(const char* p) {
+    const char* q = p;
+    while (*q != '\0' && !IsWild(*q)) ++q;
+    return static_cast<size_t>(q - p);
 }
 
-// Compiles the pattern held in both copies into records (see the banner):
-// literals gets a terminator behind each literal, runs behind each run.
-void Compile(char* literals, char* runs, tagLST_MatchWild* record) {
+// ';' is never part of a two-byte character either: the list is cut with
+// byte scans, which find what _mbsspn and _mbscspn with ";" would.
+inline size_t SeparatorSpan(const char* p) {
+    const char* q = p;
+    while (*q == ';') ++q;
+    return static_cast<size_t>(q - p);
+}
+
+inline size_t ItemSpan(const char* p) {
+    const char* q = p;
+    while (*q != '\0' && *q != ';') ++q;
+    return static_cast<size_t>(q - p);
+}
+
+bool HasHighByte(const char* s, size_t length) {
+    uint64_t any = 0;
+    size_t i = 0;
+    for (; i + 8 <= length; i += 8) {  // eight bytes at a time
+        uint64_t word;
+        std::memcpy(&word, s + i, 8);
+        any |= word;
+    }
+    for (; i < length; ++i) any |= static_cast<UC>(s[i]);
+    return (any & 0x8080808080808080ULL) != 0;
+}
+
+// ---- plain bytes ------------------------------------------------------------------
+
+// Matching when no byte of text or pattern is 0x80 or above (see the
+// banner): a run that holds a '*' is one '*', a run of n '?' is n bytes,
+// every other byte stands for itself (toupper'd under flag 1). The pieces
+// between '*' are placed leftmost; when one fails, only the last '*' takes a
+// byte more, which loses nothing since only '*' stands between pieces.
+int PlainMatch(const char* text, size_t n, const char* pattern, size_t m, bool fold) {
+    auto same = [fold](char a, char b) {
+        return fold ? orvacrt::toupper(static_cast<UC>(a)) == orvacrt::toupper(static_cast<UC>(b)) : a == b;
+    };
+    // A literal that ends the pattern behind a wildcard ends the text: the
+    // cheapest test first, as most names fail it ("*.txt").
+    size_t tail = 0;
+    while (tail < m && !IsWild(pattern[m - 1 - tail])) ++tail;
+    if (tail < m && tail > 0) {
+        if (tail > n) return -1;
+        for (size_t j = 1; j <= tail; ++j) {
+            if (!same(text[n - j], pattern[m - j])) return -1;
+        }
+    }
+    size_t ti = 0;
+    size_t pi = 0;
+    bool starSeen = false;
+    size_t starPi = 0;  // the pattern behind the last '*' run
+    size_t starTi = 0;  // where in the text that run's bytes end so far
+    for (;;) {
+        if (pi < m && IsWild(pattern[pi])) {
+            size_t run = 0;
+            bool star = false;
+            for (; pi + run < m && IsWild(pattern[pi + run]); ++run) star = star || pattern[pi + run] == '*';
+            pi += run;
+            if (star) {
+                if (pi == m) return 0;  // a '*' at the end takes what is left
+                starSeen = true;
+                starPi = pi;
+                starTi = ti;
+                // The byte behind a '*' run is a literal one: the run takes
+                // every byte up to the first place where that byte fits.
+                while (starTi < n && !same(text[starTi], pattern[starPi])) ++starTi;
+                if (starTi == n) return -1;
+                ti = starTi;
+                continue;
+            }
+            if (n - ti >= run) {
+                ti += run;
+                continue;
+            }
+        } else if (pi < m && ti < n && same(text[ti], pattern[pi])) {
+            ++ti;
+            ++pi;
+            continue;
+        } else if (pi == m && ti == n) {
+            return 0;
+        }
+        if (!starSeen) return -1;
+        do {
+            ++starTi;
+        } while (starTi < n && !same(text[starTi], pattern[starPi]));
+        if (starTi >= n) return -1;
+        ti = starTi;
+        pi = starPi;
+    }
+}
+
+// ---- the records ---------------------------------------------------------------------
+
+// The text as the records see it: under flag 1 a private copy, upper-cased,
+// made at the first call of Text(); otherwise the caller's text, which
+// matching only reads. Plain() is the caller's text as it stands, for the
+// shortcuts.
+class Subject {
+public:
+    Subject(char* text, size_t length, DWORD flag) : text_(text), length_(length), flag_(flag) {}
+
+    char* Plain() const { return text_; }
+    size_t Length() const { return length_; }
+
+    // No byte of 0x80 or above (looked at once, when first asked).
+    bool Ascii() {
+        if (ascii_ < 0) ascii_ = HasHighByte(text_, length_) ? 0 : 1;
+        return ascii_ == 1;
+    }
+
+    char* Text() {
+        if (flag_ != 1) return text_;
+        if (!copied_) {
+            std::memcpy(copy_, text_, length_ + 1);
+            orvacrt::_mbsupr(copy_);
+            copied_ = true;
+        }
+        return copy_;
+    }
+
+private:
+    char* text_;
+    size_t length_;
+    DWORD flag_;
+    int ascii_ = -1;
+    bool copied_ = false;
+    char copy_[kBufferSize];
+};
+
+// Rejects, from the caller's bytes, texts whose length or ends rule a match
+// out; kUndecided for the rest. Each rule is one the records apply:
+// without a '*', text and pattern are of one length ('?' is one byte); a
+// literal that begins the pattern stands at the text's start, one that ends
+// it ends the text. Under flag 1 a byte is compared only where its upper
+// case is certain: below 0x80 with no byte of 0x80 or above in front of it,
+// which could make it the trail byte of a character whose upper case
+// differs in any byte.
+int QuickLook(const char* text, size_t n, const char* pattern, size_t m, DWORD flag) {
+    size_t head = 0;
+    while (head < m && !IsWild(pattern[head])) ++head;
+    bool star = false;
+    for (size_t i = head; i < m && !star; ++i) star = pattern[i] == '*';
+    if (!star && n != m) return -1;
+    if (head == m) return kUndecided;  // a literal alone: the records compare it
+    size_t tail = 0;
+    while (!IsWild(pattern[m - 1 - tail])) ++tail;
+    if (head + tail > n) return -1;
+    auto unsure = [flag](const char* s, size_t i) {
+        return flag == 1 && (static_cast<UC>(s[i]) >= 0x80 || (i > 0 && static_cast<UC>(s[i - 1]) >= 0x80));
+    };
+    auto differ = [&](size_t ti, size_t pi) {
+        if (unsure(text, ti) || unsure(pattern, pi)) return false;
+        UC t = static_cast<UC>(text[ti]);
+        UC p = static_cast<UC>(pattern[pi]);
+        return flag == 1 ? orvacrt::toupper(t) != orvacrt::toupper(p) : t != p;
+    };
+    for (size_t i = 0; i < head; ++i) {
+        if (differ(i, i)) return -1;
+    }
+    for (size_t j = 1; j <= tail; ++j) {
+        if (differ(n - j, m - j)) return -1;
+    }
+    return kUndecided;
+}
+
+// Compiles the pattern copy into records (see the banner), writing a
+// terminator behind each literal.
+void Compile(char* pattern, tagLST_MatchWild* record) {
     size_t pos = 0;
     // 1. A literal at the start has nothing in front of it.
-    size_t literalLength = orvacrt::_mbscspn(literals, "*?");
+    size_t literalLength = LiteralSpan(pattern);
     if (literalLength > 0) {
-        *record++ = {0, literals, static_cast<DWORD>(literalLength)};
+        *record++ = {0, pattern, static_cast<DWORD>(literalLength)};
         pos = literalLength;
     }
     // 2-5. Each wildcard run and the literal behind it (if any).
-    while (runs[pos] != '\0') {
-        literals[pos] = '\0';  // 3. ends the literal in front of the run
-        size_t runLength = orvacrt::_mbsspn(runs + pos, "*?");
+    while (pattern[pos] != '\0') {
+        size_t runLength = WildSpan(pattern + pos);
+        // 5. A run that holds a '*' is a '*'; its '?' count for nothing.
+        LONG skip = static_cast<LONG>(runLength);
+        for (size_t i = pos; i < pos + runLength; ++i) {
+            if (pattern[i] == '*') skip = kSkipAny;
+        }
+        pattern[pos] = '\0';  // 3. ends the literal in front of the run
         size_t literalStart = pos + runLength;
         char* literal = nullptr;
-        if (runs[literalStart] != '\0') {  // 4. otherwise the pattern ends in this run
-            literal = literals + literalStart;
-            runs[literalStart] = '\0';
+        literalLength = 0;
+        if (pattern[literalStart] != '\0') {  // 4. otherwise the pattern ends in this run
+            literal = pattern + literalStart;
+            literalLength = LiteralSpan(literal);
         }
-        // 5. A run that holds a '*' is a '*'; its '?' count for nothing.
-        LONG skip = orvacrt::_mbschr(runs + pos, '*') != nullptr ? kSkipAny : static_cast<LONG>(runLength);
-        literalLength = literal != nullptr ? orvacrt::_mbscspn(literal, "*?") : 0;
         *record++ = {skip, literal, static_cast<DWORD>(literalLength)};
         pos = literalStart + literalLength;
     }
@@ -94,31 +276,46 @@ void Compile(char* literals, char* runs, tagLST_MatchWild* record) {
     *record = {kEndMark, nullptr, 0};
 }
 
-// Compiles pattern (checked: 1-255 bytes) and matches the prepared text.
-int MatchPrepared(char* text, const char* pattern, size_t patternLength, DWORD flag) {
-    char literals[kBufferSize];
-    char runs[kBufferSize];
-    std::memcpy(literals, pattern, patternLength + 1);
-    std::memcpy(runs, pattern, patternLength + 1);
-    if (flag == 1) {
-        orvacrt::_mbsupr(literals);
-        orvacrt::_mbsupr(runs);
-    }
+// Matches the subject against a pattern of 1-255 bytes (not necessarily
+// terminated): the pattern's private copy, upper-cased under flag 1, is
+// compiled and the records walked over the text.
+int MatchPattern(Subject& subject, const char* pattern, size_t length, DWORD flag) {
+    char copy[kBufferSize];
+    std::memcpy(copy, pattern, length);
+    copy[length] = '\0';
+    if (flag == 1) orvacrt::_mbsupr(copy);
     tagLST_MatchWild records[kMaxRecords];
-    Compile(literals, runs, records);
-    return lschkMatchSub(text, records);
+    Compile(copy, records);
+    return lschkMatchSub(subject.Text(), records);
+}
+
+// One pattern (1-255 bytes, not necessarily terminated) against the subject.
+int MatchOne(Subject& subject, const char* pattern, size_t length, DWORD flag) {
+    // A pattern of wildcards alone is one record with no literal: any text,
+    // or one of exactly its length.
+    size_t run = 0;
+    bool star = false;
+    for (; run < length && IsWild(pattern[run]); ++run) star = star || pattern[run] == '*';
+    if (run == length) return star || subject.Length() == length ? 0 : -1;
+    if (subject.Ascii() && !HasHighByte(pattern, length)) {
+        return PlainMatch(subject.Plain(), subject.Length(), pattern, length, flag == 1);
+    }
+    int quick = QuickLook(subject.Plain(), subject.Length(), pattern, length, flag);
+    return quick != kUndecided ? quick : MatchPattern(subject, pattern, length, flag);
 }
 
 }  // namespace
 
 int lschkIsMatchWild(char* text, char* pattern, DWORD flag) {
-    char textCopy[kBufferSize];
-    int ready = PrepareText(text, flag, textCopy);
-    if (ready != 0) return ready;
+    if (text == nullptr) return LSCHK_BAD_ARGUMENT();
+    if (*text == '\0') return -1;
+    size_t textLength = std::strlen(text);
+    if (textLength > kMaxLength) return LSCHK_BAD_ARGUMENT();
     if (pattern == nullptr || *pattern == '\0') return LSCHK_BAD_ARGUMENT();
-    size_t patternLength = BoundedLength(pattern, kMaxLength);
+    size_t patternLength = std::strlen(pattern);
     if (patternLength > kMaxLength) return LSCHK_BAD_ARGUMENT();
-    return MatchPrepared(textCopy, pattern, patternLength, flag);
+    Subject subject(text, textLength, flag);
+    return MatchOne(subject, pattern, patternLength, flag);
 }
 
 int lschkMatchSub(char* text, tagLST_MatchWild* record) {
@@ -162,30 +359,29 @@ int lschkMatchSub(char* text, tagLST_MatchWild* record) {
 
 int lschkIsMatchWildEx(char* text, char* patterns, DWORD flag) {
     if (patterns == nullptr || *patterns == '\0') return LSCHK_BAD_ARGUMENT();
-    size_t listLength = BoundedLength(patterns, kMaxLength);
-    if (listLength > kMaxLength) return LSCHK_BAD_ARGUMENT();
-    char list[kBufferSize];
-    std::memcpy(list, patterns, listLength + 1);
-
-    char* item = list + orvacrt::_mbsspn(list, ";");
+    if (std::strlen(patterns) > kMaxLength) return LSCHK_BAD_ARGUMENT();
+    // The items are read where they stand in the caller's list; one that
+    // gets as far as the records is copied (and terminated) then, which is
+    // what a private copy of the list with a terminator behind each item
+    // would give it.
+    const char* item = patterns + SeparatorSpan(patterns);
     if (*item == '\0') return -1;
-    // Every item would check and copy the same text, so that is done once,
-    // at the first item, with the same answers lschkIsMatchWild gives: an
-    // empty text fails every item, an overlong one is -2 at the first.
-    char textCopy[kBufferSize];
-    int ready = PrepareText(text, flag, textCopy);
-    if (ready != 0) return ready;
+    // Every item would check the same text and copy it alike, so the checks
+    // of lschkIsMatchWild run once, here, with its answers: an empty text
+    // fails every item, a null or overlong one is -2 at the first. The copy
+    // is shared by the items.
+    if (text == nullptr) return LSCHK_BAD_ARGUMENT();
+    if (*text == '\0') return -1;
+    size_t textLength = std::strlen(text);
+    if (textLength > kMaxLength) return LSCHK_BAD_ARGUMENT();
+    Subject subject(text, textLength, flag);
     for (;;) {
-        size_t itemLength = orvacrt::_mbscspn(item, ";");
-        char* end = item + itemLength;
-        const bool more = *end != '\0';
-        *end = '\0';
         // Items are 1-255 bytes by construction, so the pattern checks of
         // lschkIsMatchWild cannot fail here.
-        if (MatchPrepared(textCopy, item, itemLength, flag) == 0) return 0;
-        if (!more) return -1;
-        item = end + 1;
-        item += orvacrt::_mbsspn(item, ";");
+        size_t itemLength = ItemSpan(item);
+        if (MatchOne(subject, item, itemLength, flag) == 0) return 0;
+        item += itemLength;
+        item += SeparatorSpan(item);
         if (*item == '\0') return -1;
     }
 }
