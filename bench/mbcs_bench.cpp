@@ -46,114 +46,60 @@ std::string MixedText(const char* end) {
     return text;
 }
 
-void Check(benchmark::State& state, const void* ours, const void* theirs) {
-    if (ours != theirs) state.SkipWithError("the two searches disagree");
-}
+const unsigned char* U(const char* s) { return reinterpret_cast<const unsigned char*>(s); }
 
-void BM_Chr_NonTrailByte_mbschr(benchmark::State& state) {
-    const std::string text = MixedText("|");
-    const auto* s = reinterpret_cast<const unsigned char*>(text.c_str());
-    Check(state, _mbschr(s, '|'), std::strchr(text.c_str(), '|'));
-    for (auto _ : state) benchmark::DoNotOptimize(_mbschr(s, '|'));
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
-}
-BENCHMARK(BM_Chr_NonTrailByte_mbschr);
-
-void BM_Chr_NonTrailByte_strchr(benchmark::State& state) {
-    const std::string text = MixedText("|");
-    for (auto _ : state) benchmark::DoNotOptimize(std::strchr(text.c_str(), '|'));
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
-}
-BENCHMARK(BM_Chr_NonTrailByte_strchr);
-
-void BM_Chr_TrailValuedByte_mbschr(benchmark::State& state) {
-    const std::string text = MixedText("Q");
-    const auto* s = reinterpret_cast<const unsigned char*>(text.c_str());
-    Check(state, _mbschr(s, 'Q'), std::strchr(text.c_str(), 'Q'));
-    for (auto _ : state) benchmark::DoNotOptimize(_mbschr(s, 'Q'));
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
-}
-BENCHMARK(BM_Chr_TrailValuedByte_mbschr);
-
-void BM_Chr_TrailValuedByte_strchr(benchmark::State& state) {
-    const std::string text = MixedText("Q");
-    for (auto _ : state) benchmark::DoNotOptimize(std::strchr(text.c_str(), 'Q'));
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
-}
-BENCHMARK(BM_Chr_TrailValuedByte_strchr);
-
-void BM_Chr_TwoByte_mbschr(benchmark::State& state) {
-    const std::string text = MixedText("\x81\x40");
-    const auto* s = reinterpret_cast<const unsigned char*>(text.c_str());
-    Check(state, _mbschr(s, 0x8140), std::strstr(text.c_str(), "\x81\x40"));
-    for (auto _ : state) benchmark::DoNotOptimize(_mbschr(s, 0x8140));
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
-}
-BENCHMARK(BM_Chr_TwoByte_mbschr);
-
-void BM_Chr_TwoByte_strstr(benchmark::State& state) {
-    const std::string text = MixedText("\x81\x40");
-    for (auto _ : state) benchmark::DoNotOptimize(std::strstr(text.c_str(), "\x81\x40"));
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
-}
-BENCHMARK(BM_Chr_TwoByte_strstr);
-
-const char* const kKanjiNeedle = "\x95\x5C\x8E\xA6|";  // 表示|
-
-void BM_Str_TwoByteStart_mbsstr(benchmark::State& state) {
-    const std::string text = MixedText(kKanjiNeedle);
-    Check(state, _mbsstr(text.c_str(), kKanjiNeedle), std::strstr(text.c_str(), kKanjiNeedle));
-    for (auto _ : state) benchmark::DoNotOptimize(_mbsstr(text.c_str(), kKanjiNeedle));
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
-}
-BENCHMARK(BM_Str_TwoByteStart_mbsstr);
-
-void BM_Str_TwoByteStart_strstr(benchmark::State& state) {
-    const std::string text = MixedText(kKanjiNeedle);
-    for (auto _ : state) benchmark::DoNotOptimize(std::strstr(text.c_str(), kKanjiNeedle));
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
-}
-BENCHMARK(BM_Str_TwoByteStart_strstr);
-
-void BM_Str_Ascii_mbsstr(benchmark::State& state) {
-    const std::string text = MixedText("|end");
-    Check(state, _mbsstr(text.c_str(), "|end"), std::strstr(text.c_str(), "|end"));
-    for (auto _ : state) benchmark::DoNotOptimize(_mbsstr(text.c_str(), "|end"));
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
-}
-BENCHMARK(BM_Str_Ascii_mbsstr);
-
-void BM_Str_Ascii_strstr(benchmark::State& state) {
-    const std::string text = MixedText("|end");
-    for (auto _ : state) benchmark::DoNotOptimize(std::strstr(text.c_str(), "|end"));
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
-}
-BENCHMARK(BM_Str_Ascii_strstr);
-
-// The separator behind thousands of trail bytes 0x5C.
-const char* WalkForSeparator(const char* s) {
+// The separator behind thousands of trail bytes 0x5C, by a plain walk.
+const void* WalkForSeparator(const char* s) {
     for (; *s != '\0'; s = _mbsinc(s)) {
         if (*s == '\\') return s;
     }
     return nullptr;
 }
 
-void BM_Chr_SeparatorAmongTrails_mbschr(benchmark::State& state) {
-    const std::string text = MixedText("\\");
-    const auto* s = reinterpret_cast<const unsigned char*>(text.c_str());
-    Check(state, _mbschr(s, '\\'), WalkForSeparator(text.c_str()));
-    for (auto _ : state) benchmark::DoNotOptimize(_mbschr(s, '\\'));
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
-}
-BENCHMARK(BM_Chr_SeparatorAmongTrails_mbschr);
+typedef const void* (*Search)(const char* text);
 
-void BM_Chr_SeparatorAmongTrails_walk(benchmark::State& state) {
-    const std::string text = MixedText("\\");
-    for (auto _ : state) benchmark::DoNotOptimize(WalkForSeparator(text.c_str()));
+struct Pair {
+    const char* name;
+    const char* end;  // what stands at the text's end, and only there
+    Search ours;
+    const char* peerName;
+    Search peer;
+};
+
+const Pair kPairs[] = {
+    {"Chr_NonTrailByte", "|", [](const char* s) -> const void* { return _mbschr(U(s), '|'); }, "strchr",
+     [](const char* s) -> const void* { return std::strchr(s, '|'); }},
+    {"Chr_TrailValuedByte", "Q", [](const char* s) -> const void* { return _mbschr(U(s), 'Q'); }, "strchr",
+     [](const char* s) -> const void* { return std::strchr(s, 'Q'); }},
+    {"Chr_TwoByte", "\x81\x40", [](const char* s) -> const void* { return _mbschr(U(s), 0x8140); }, "strstr",
+     [](const char* s) -> const void* { return std::strstr(s, "\x81\x40"); }},
+    {"Str_TwoByteStart", "\x95\x5C\x8E\xA6|",
+     [](const char* s) -> const void* { return _mbsstr(s, "\x95\x5C\x8E\xA6|"); }, "strstr",
+     [](const char* s) -> const void* { return std::strstr(s, "\x95\x5C\x8E\xA6|"); }},
+    {"Str_Ascii", "|end", [](const char* s) -> const void* { return _mbsstr(s, "|end"); }, "strstr",
+     [](const char* s) -> const void* { return std::strstr(s, "|end"); }},
+    {"Chr_SeparatorAmongTrails", "\\", [](const char* s) -> const void* { return _mbschr(U(s), '\\'); }, "walk",
+     WalkForSeparator},
+};
+
+void Run(benchmark::State& state, const Pair& pair, Search search) {
+    const std::string text = MixedText(pair.end);
+    if (pair.ours(text.c_str()) != pair.peer(text.c_str())) state.SkipWithError("the two searches disagree");
+    for (auto _ : state) benchmark::DoNotOptimize(search(text.c_str()));
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
 }
-BENCHMARK(BM_Chr_SeparatorAmongTrails_walk);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    for (const Pair& pair : kPairs) {
+        benchmark::RegisterBenchmark((std::string("BM_") + pair.name + "_ours").c_str(),
+                                     [&pair](benchmark::State& state) { Run(state, pair, pair.ours); });
+        benchmark::RegisterBenchmark((std::string("BM_") + pair.name + "_" + pair.peerName).c_str(),
+                                     [&pair](benchmark::State& state) { Run(state, pair, pair.peer); });
+    }
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -27,6 +27,31 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool plainItem = pattern.length > 0 && pattern.length < 256 && patternBefore.find(';') == std::string::npos;
     if (plainItem) ORVAFUZZ_CHECK(list == single);
 
+    // Under flag 1 both sides are upper-cased first: the same as comparing
+    // the upper-cased strings exactly.
+    if (single != -2 && pattern.length > 0) {
+        std::string upperText = textBefore;
+        std::string upperPattern = patternBefore;
+        orvacrt::_mbsupr(upperText.data());
+        orvacrt::_mbsupr(upperPattern.data());
+        ORVAFUZZ_CHECK(lschkIsMatchWild(text.get(), pattern.get(), 1) ==
+                       lschkIsMatchWild(upperText.data(), upperPattern.data(), 0));
+    }
+
+    // Plain bytes take a shortcut; a two-byte character put behind both
+    // sends the same question through the records, with the same answer.
+    auto plain = [](const std::string& s) {
+        for (unsigned char c : s) {
+            if (c >= 0x80) return false;
+        }
+        return true;
+    };
+    if (single != -2 && text.length < 254 && pattern.length < 254 && plain(textBefore) && plain(patternBefore)) {
+        std::string longText = textBefore + "\x95\x5C";        // 表
+        std::string longPattern = patternBefore + "\x95\x5C";
+        ORVAFUZZ_CHECK(lschkIsMatchWild(longText.data(), longPattern.data(), flag) == single || text.length == 0);
+    }
+
     const bool fits = text.length > 0 && text.length < 256;
     if (fits) {
         char star[] = "*";

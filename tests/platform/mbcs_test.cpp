@@ -322,19 +322,4 @@ TEST(Mbcs, CompareIgnoringCase) {
     EXPECT_EQ(lstrlenA("\x95\x5C" "a"), 3);
 }
 
-TEST(Mbcs, ByteClassesIgnoreTheLocale) {
-    for (int c = -1; c < 256; ++c) {
-        bool digit = c >= '0' && c <= '9';
-        bool alpha = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-        EXPECT_EQ(orvacrt::isdigit(c) != 0, digit) << c;
-        EXPECT_EQ(orvacrt::isalpha(c) != 0, alpha) << c;
-        EXPECT_EQ(orvacrt::isalnum(c) != 0, digit || alpha) << c;
-        EXPECT_EQ(orvacrt::isxdigit(c) != 0, digit || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f')) << c;
-        EXPECT_EQ(orvacrt::toupper(c), c >= 'a' && c <= 'z' ? c - 32 : c) << c;
-    }
-    EXPECT_EQ(_memicmp("0X1f", "0x1F", 4), 0);
-    EXPECT_LT(_memicmp("0a", "0B", 2), 0);
-    EXPECT_EQ(_memicmp("ab", "xy", 0), 0);
-}
-
 }  // namespace

@@ -149,8 +149,8 @@ int lschkGdigit(const char* text, char** position) {
     }
     // lschkEdigit leaves its position alone for a text too long for it; the
     // answer is then lschkFdigit's position, and its failure is passed on.
-    static char unsetMark;  // never a place in anybody's text
-    char* const unset = &unsetMark;
+    static const char unsetMark = 0;  // never a place in anybody's text
+    char* const unset = const_cast<char*>(&unsetMark);
     char* exponentAt = unset;
     if (lschkEdigit(text, &exponentAt)) {
         *position = exponentAt;

@@ -32,7 +32,7 @@
 // or pattern is 0x80 or above, every byte is a character of its own and
 // upper-casing is toupper byte by byte; what the records decide is then
 // ordinary wildcard matching over bytes, which PlainMatch answers in place.
-// Otherwise QuickLook rejects, from the caller's bytes, the texts whose
+// Before either, QuickLook rejects, from the caller's bytes, the texts whose
 // length or ends rule a match out, before anything is copied or compiled.
 #include <cstdint>
 #include <cstring>
@@ -115,16 +115,6 @@ int PlainMatch(const char* text, size_t n, const char* pattern, size_t m, bool f
     auto same = [fold](char a, char b) {
         return fold ? orvacrt::toupper(static_cast<UC>(a)) == orvacrt::toupper(static_cast<UC>(b)) : a == b;
     };
-    // A literal that ends the pattern behind a wildcard ends the text: the
-    // cheapest test first, as most names fail it ("*.txt").
-    size_t tail = 0;
-    while (tail < m && !IsWild(pattern[m - 1 - tail])) ++tail;
-    if (tail < m && tail > 0) {
-        if (tail > n) return -1;
-        for (size_t j = 1; j <= tail; ++j) {
-            if (!same(text[n - j], pattern[m - j])) return -1;
-        }
-    }
     size_t ti = 0;
     size_t pi = 0;
     bool starSeen = false;
@@ -218,10 +208,7 @@ private:
 int QuickLook(const char* text, size_t n, const char* pattern, size_t m, DWORD flag) {
     size_t head = 0;
     while (head < m && !IsWild(pattern[head])) ++head;
-    bool star = false;
-    for (size_t i = head; i < m && !star; ++i) star = pattern[i] == '*';
-    if (!star && n != m) return -1;
-    if (head == m) return kUndecided;  // a literal alone: the records compare it
+    if (head == m) return n == m ? kUndecided : -1;  // a literal alone: the records compare it
     size_t tail = 0;
     while (!IsWild(pattern[m - 1 - tail])) ++tail;
     if (head + tail > n) return -1;
@@ -234,13 +221,17 @@ int QuickLook(const char* text, size_t n, const char* pattern, size_t m, DWORD f
         UC p = static_cast<UC>(pattern[pi]);
         return flag == 1 ? orvacrt::toupper(t) != orvacrt::toupper(p) : t != p;
     };
-    for (size_t i = 0; i < head; ++i) {
-        if (differ(i, i)) return -1;
-    }
+    // The end first: for names it is the extension, which tells most.
     for (size_t j = 1; j <= tail; ++j) {
         if (differ(n - j, m - j)) return -1;
     }
-    return kUndecided;
+    for (size_t i = 0; i < head; ++i) {
+        if (differ(i, i)) return -1;
+    }
+    for (size_t i = head; i < m - tail; ++i) {
+        if (pattern[i] == '*') return kUndecided;
+    }
+    return n == m ? kUndecided : -1;  // no '*'
 }
 
 // Compiles the pattern copy into records (see the banner), writing a
@@ -297,11 +288,12 @@ int MatchOne(Subject& subject, const char* pattern, size_t length, DWORD flag) {
     bool star = false;
     for (; run < length && IsWild(pattern[run]); ++run) star = star || pattern[run] == '*';
     if (run == length) return star || subject.Length() == length ? 0 : -1;
+    int quick = QuickLook(subject.Plain(), subject.Length(), pattern, length, flag);
+    if (quick != kUndecided) return quick;
     if (subject.Ascii() && !HasHighByte(pattern, length)) {
         return PlainMatch(subject.Plain(), subject.Length(), pattern, length, flag == 1);
     }
-    int quick = QuickLook(subject.Plain(), subject.Length(), pattern, length, flag);
-    return quick != kUndecided ? quick : MatchPattern(subject, pattern, length, flag);
+    return MatchPattern(subject, pattern, length, flag);
 }
 
 }  // namespace
