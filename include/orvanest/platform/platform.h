@@ -3,10 +3,14 @@
 #pragma once
 
 #include "afx.h"
+#include "crt_ctype.h"
+#include "crt_float.h"
+#include "crt_mbcs.h"
+#include "cstring.h"
 #include "orvaext.h"
 #include "win32.h"
-#include "crt_float.h"
 #include "win32_format.h"
 #include "win32_memory.h"
 #include "win32_seh.h"
 #include "win32_system.h"
+#include "win32_text.h"
