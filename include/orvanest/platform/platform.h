@@ -5,3 +5,5 @@
 #include "afx.h"
 #include "orvaext.h"
 #include "win32.h"
+#include "win32_format.h"
+#include "win32_memory.h"

@@ -1,0 +1,188 @@
+// wsprintfA and wvsprintfA: every integer, character and string conversion
+// against the C library's snprintf on a table of formats and values, then what
+// differs from C on purpose: 'l' is 32 bits, unknown letters, the limit.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include <orvanest/platform/platform.h>
+
+namespace {
+
+// snprintf takes 'l' as 64 bits on this system; wsprintfA as 32. Dropping it
+// gives the format that C reads the same way.
+std::string WithoutLong(const char* format) {
+    std::string s;
+    for (const char* f = format; *f != '\0'; ++f) {
+        if (*f != 'l') s += *f;
+    }
+    return s;
+}
+
+// Formats one 32-bit argument both ways and compares text and length.
+void ExpectLikeC(const char* format, int value) {
+    char ours[WSPRINTF_LIMIT];
+    char theirs[WSPRINTF_LIMIT];
+    int n = wsprintfA(ours, format, value);
+    int m = std::snprintf(theirs, sizeof theirs, WithoutLong(format).c_str(), value);
+    EXPECT_STREQ(ours, theirs) << "format \"" << format << "\" value " << value;
+    EXPECT_EQ(n, m) << "format \"" << format << "\" value " << value;
+}
+
+TEST(WsprintfTest, IntegersMatchC) {
+    const char* formats[] = {
+        "%d",     "%i",      "%u",       "%x",     "%X",      "%o",       "%5d",     "%-5d",
+        "%05d",   "%.3d",    "%8.3d",    "%-8.3x", "%#x",     "%#X",      "%#o",     "%#10x",
+        "%#010x", "%+d",     "% d",      "%+5d",   "%-+6i",   "%+ d",     "%.0d",    "%.0u",
+        "%#.0o",  "%#.0x",   "%0-8u",    "%-010d", "%012.5d", "%#-12.5o", "%#.8X",   "%00005d",
+        "%.d",    "%+u",     "% x",      "%hd",    "%hu",     "%hx",      "%hi",     "%ho",
+        "%ld",    "%lu",     "%lx",      "%lX",    "%lo",     "%li",      "%-+8ld",  "%#010lx",
+        "[%3d]",  "%d%%",    "%1d",      "%40d",   "%-40x",   "%.40o",    "%+.4hd",  "%#5.3x",
+    };
+    const int values[] = {0,     1,     -1,     42,      -42,     255,        65535,      65536,
+                          32767, -32768, 100000, INT_MAX, INT_MIN, static_cast<int>(0x80000000u),
+                          static_cast<int>(0xFFFFFFFFu), 0x12345678};
+    for (const char* format : formats) {
+        for (int value : values) ExpectLikeC(format, value);
+    }
+}
+
+TEST(WsprintfTest, CharactersAndStringsMatchC) {
+    struct Case {
+        const char* format;
+        const char* value;
+    } strings[] = {
+        {"%s", "text"},       {"%10s", "text"}, {"%-10s|", "text"}, {"%.2s", "text"},  {"%8.3s", "text"},
+        {"%-8.3s|", "text"},  {"%.0s", "text"}, {"%s", ""},         {"%05s", "ab"},    {"%hs", "narrow"},
+        {"<%s>", "\x83\x65\x83\x58\x83\x67"},  // code page 932 text goes through as bytes
+        {"%.10s", "short"},
+    };
+    for (const Case& c : strings) {
+        char ours[WSPRINTF_LIMIT];
+        char theirs[WSPRINTF_LIMIT];
+        int n = wsprintfA(ours, c.format, c.value);
+        int m = std::snprintf(theirs, sizeof theirs, c.format, c.value);
+        EXPECT_STREQ(ours, theirs) << c.format;
+        EXPECT_EQ(n, m) << c.format;
+    }
+    for (const char* format : {"%c", "%5c", "%-5c|", "%05c", "%hc", "a%cb"}) {
+        for (int c : {int{'A'}, int{'z'}, int{' '}, 0, 0x83, -1}) {
+            char ours[WSPRINTF_LIMIT];
+            char theirs[WSPRINTF_LIMIT];
+            int n = wsprintfA(ours, format, c);
+            int m = std::snprintf(theirs, sizeof theirs, format, c);
+            ASSERT_EQ(n, m) << format << " " << c;
+            EXPECT_EQ(std::memcmp(ours, theirs, n + 1), 0) << format << " " << c;
+        }
+    }
+}
+
+TEST(WsprintfTest, MixedFormatsTakeArgumentsInOrder) {
+    char ours[WSPRINTF_LIMIT];
+    char theirs[WSPRINTF_LIMIT];
+    int n = wsprintfA(ours, "%s=%d (%#x) %c%-4s|%05u%%", "key", -17, 255, 'Q', "ab", 42u);
+    int m = std::snprintf(theirs, sizeof theirs, "%s=%d (%#x) %c%-4s|%05u%%", "key", -17, 255, 'Q', "ab", 42u);
+    EXPECT_STREQ(ours, theirs);
+    EXPECT_EQ(n, m);
+    EXPECT_EQ(wsprintfA(ours, ""), 0);
+    EXPECT_STREQ(ours, "");
+}
+
+TEST(WsprintfTest, LongIsThirtyTwoBits) {
+    char out[WSPRINTF_LIMIT];
+    EXPECT_EQ(wsprintfA(out, "%lu", DWORD{0xFFFFFFFF}), 10);
+    EXPECT_STREQ(out, "4294967295");
+    wsprintfA(out, "%ld %ld", LONG{-1}, LONG{INT32_MIN});
+    EXPECT_STREQ(out, "-1 -2147483648");
+    wsprintfA(out, "%lx|%lX|%lo", DWORD{0x89ABCDEF}, DWORD{0x89ABCDEF}, DWORD{8});
+    EXPECT_STREQ(out, "89abcdef|89ABCDEF|10");
+    wsprintfA(out, "%hd %hu %hx", 0x12348000, 0x1234FFFF, 0xABCDEF);
+    EXPECT_STREQ(out, "-32768 65535 cdef");
+}
+
+TEST(WsprintfTest, WhatCDoesDifferently) {
+    struct Case {
+        const char* format;
+        const char* expected;
+    } cases[] = {
+        {"%y|%d", "y|7"},     // unknown letter: written, nothing taken
+        {"%-08y|%d", "y|7"},  // what came before it is dropped
+        {"%*d|%d", "*d|7"},   // no '*' width
+        {"%ls|%d", "s|7"},    // no wide strings
+        {"%lc|%d", "c|7"},    // nor wide characters
+        {"%S%C|%d", "SC|7"},
+        {"%5%|%d", "%|7"},
+        {"abc%", "abc"},  // a '%' at the end
+        {"abc%-5", "abc"},
+    };
+    for (const Case& c : cases) {
+        char out[WSPRINTF_LIMIT];
+        EXPECT_EQ(wsprintfA(out, c.format, 7), static_cast<int>(std::strlen(c.expected))) << c.format;
+        EXPECT_STREQ(out, c.expected) << c.format;
+    }
+    char out[WSPRINTF_LIMIT];
+    wsprintfA(out, "%s|%.3s|%8s", static_cast<const char*>(nullptr), static_cast<const char*>(nullptr),
+              static_cast<const char*>(nullptr));
+    EXPECT_STREQ(out, "(null)|(nu|  (null)");
+}
+
+TEST(WsprintfTest, PointersPrintTheirFullWidthInUpperCaseHex) {
+    char out[WSPRINTF_LIMIT];
+    void* p = reinterpret_cast<void*>(uintptr_t{0xABCDEF12});
+    wsprintfA(out, "%p", p);
+    std::string expected = std::string(2 * sizeof(void*) - 8, '0') + "ABCDEF12";
+    EXPECT_EQ(std::string(out), expected);
+    wsprintfA(out, "[%20p]", static_cast<void*>(nullptr));
+    EXPECT_EQ(std::string(out), "[" + std::string(20 - 2 * sizeof(void*), ' ') + std::string(2 * sizeof(void*), '0') + "]");
+}
+
+// The output stops at 1023 characters and a terminator, the result says
+// 1023, and nothing beyond byte 1023 is written.
+TEST(WsprintfTest, OutputIsLimitedTo1024BytesWithTheTerminator) {
+    std::string long2000(2000, 'a');
+    struct Case {
+        const char* what;
+        std::string format;
+        int length;  // of the full text, before the limit
+    } cases[] = {
+        {"1022 plain", std::string(1022, 'p'), 1022},
+        {"1023 plain", std::string(1023, 'p'), 1023},
+        {"1024 plain", std::string(1024, 'p'), 1024},
+        {"string arg", "%s", 2000},
+        {"wide field", "%5000d", 5000},
+        {"left field", "xy%-3000d!", 3003},
+        {"digits to the edge", std::string(1020, 'p') + "%d", 1026},
+    };
+    for (const Case& c : cases) {
+        char out[WSPRINTF_LIMIT + 64];
+        std::memset(out, 0xCC, sizeof out);
+        int n = wsprintfA(out, c.format.c_str(), c.format == "%s" ? reinterpret_cast<uintptr_t>(long2000.c_str())
+                                                                   : uintptr_t{123456});
+        int stored = c.length < WSPRINTF_LIMIT ? c.length : WSPRINTF_LIMIT - 1;
+        EXPECT_EQ(n, stored) << c.what;
+        EXPECT_EQ(out[stored], '\0') << c.what;
+        EXPECT_EQ(std::strlen(out), static_cast<size_t>(stored)) << c.what;
+        for (size_t i = WSPRINTF_LIMIT; i < sizeof out; ++i) {
+            ASSERT_EQ(static_cast<unsigned char>(out[i]), 0xCC) << c.what << " byte " << i;
+        }
+    }
+}
+
+int ViaVaList(char* out, const char* format, ...) {
+    va_list ap;
+    va_start(ap, format);
+    int n = wvsprintfA(out, format, ap);
+    va_end(ap);
+    return n;
+}
+
+TEST(WsprintfTest, VaListFormOfTheSame) {
+    char out[WSPRINTF_LIMIT];
+    EXPECT_EQ(ViaVaList(out, "%d-%s-%c-%lx", 12, "mid", 'z', DWORD{0xBEEF}), 13);
+    EXPECT_STREQ(out, "12-mid-z-beef");
+}
+
+}  // namespace
