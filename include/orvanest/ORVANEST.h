@@ -7,6 +7,7 @@
 #include <orvanest/LAL.h>
 #include <orvanest/LDE.h>
 #include <orvanest/LMM.h>
+#include <orvanest/LST.h>
 #include <orvanest/LSY.h>
 
 // A detach hook gives 0 to refuse the detach, anything else to let it go on.

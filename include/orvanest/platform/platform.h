@@ -3,7 +3,11 @@
 #pragma once
 
 #include "afx.h"
+#include "crt_ctype.h"
+#include "crt_mbcs.h"
+#include "cstring.h"
 #include "orvaext.h"
 #include "win32.h"
 #include "win32_format.h"
 #include "win32_memory.h"
+#include "win32_text.h"

@@ -1,0 +1,151 @@
+// Text: scanning, path text, character and number checks, wildcard matching.
+//
+// All text is zero-terminated 8-bit text in code page 932, where a lead byte
+// and the byte behind it form one character. White space is the byte 0x20,
+// the byte 0x09 or the pair 0x81 0x40 (the full-width space). Functions that
+// produce text come in up to three forms with one name: into the caller's
+// unbounded buffer (returning it), into the caller's CString (returning that
+// object), or as a new CString. Unless a line says otherwise, nothing here
+// sets an error or a mark, and buffer sizes are the caller's duty.
+#pragma once
+
+#include <orvanest/platform/platform.h>
+
+// ---- scanning -------------------------------------------------------------------
+
+// Copies the first source into destination, then appends each further source
+// up to a null pointer. What destination held before is overwritten; the
+// first source must not be null and no source may overlap destination.
+ORVANEST_EXPORT void lstrCatEx(char* destination, ...);
+// The first character that is no white space; null when the text has none.
+ORVANEST_EXPORT char* lstrSkipSpace(const char* text);
+// The first white space, found by a walk over bytes (so a trail byte 0x81
+// followed by 0x40 counts); null when there is none.
+ORVANEST_EXPORT char* lstrFindSpace(const char* text);
+// Finds the word (letters, digits, '_') at position, or to the right of it
+// when position is on white space. 1 with *start and *length (bytes) set; 0
+// with both untouched when no word is there.
+ORVANEST_EXPORT int lstrFindWord(const char* text, const char* position, char** start, int* length);
+// The closing quote of a run that begins behind its opening quote: the first
+// quote that is not doubled. quote is a byte (high byte 0) or a two-byte
+// character (lead in the high byte). Null for a null or empty text or when
+// nothing closes the run.
+ORVANEST_EXPORT char* lstrFindEncloseEnd(const char* text, unsigned short quote);
+// Looks key up in a null-ended array. Mode 2: the longest entry that key
+// begins with; mode 3: the longest entry that begins with key (the first of
+// equal length in both); any other mode: the first entry equal to key. The
+// entry's pointer, or null.
+ORVANEST_EXPORT char* lstrFindInPtrArray(const char* key, const char** const array, DWORD mode);
+// The start of the last whole character within the first count bytes; null
+// for a null text or a count of 0.
+ORVANEST_EXPORT char* lstrCutOff(const char* text, DWORD count);
+// The text's first count bytes at most, one less when a character would be
+// split; empty for a null text or a count of 0.
+ORVANEST_EXPORT CString lstrTrimLeft(const char* text, DWORD count);
+// Whether the byte at index is a lead (trail) byte by its place in the text.
+ORVANEST_EXPORT bool lstrIsLeadByte(const char* text, int index);
+ORVANEST_EXPORT bool lstrIsTrailByte(const char* text, int index);
+
+// ---- path text ------------------------------------------------------------------
+// The parts are those of _splitpath: '\' and '/' both separate, a trail byte
+// 0x5C does not.
+
+// Drive and directory, the trailing separator kept.
+ORVANEST_EXPORT char* lstrGetFolder(const char* path, char* destination);
+ORVANEST_EXPORT CString& lstrGetFolder(const char* path, CString& destination);
+ORVANEST_EXPORT CString lstrGetFolder(const char* path);
+// Name and extension.
+ORVANEST_EXPORT char* lstrGetFile(const char* path, char* destination);
+ORVANEST_EXPORT CString& lstrGetFile(const char* path, CString& destination);
+ORVANEST_EXPORT CString lstrGetFile(const char* path);
+// Name without extension.
+ORVANEST_EXPORT char* lstrGetBase(const char* path, char* destination);
+ORVANEST_EXPORT CString& lstrGetBase(const char* path, CString& destination);
+ORVANEST_EXPORT CString lstrGetBase(const char* path);
+// Extension with its '.'.
+ORVANEST_EXPORT char* lstrGetExt(const char* path, char* destination);
+ORVANEST_EXPORT CString& lstrGetExt(const char* path, CString& destination);
+ORVANEST_EXPORT CString lstrGetExt(const char* path);
+
+// Shortens path for display to at most limit bytes, keeping its head (drive
+// and first directory, or host and share) and its file name, with "\..." or
+// "...\" (or the '/' forms) where text was left out; never splits a
+// character. The first two forms give the length written.
+ORVANEST_EXPORT int lstrCutShortDir(const char* path, int limit, char* destination);
+ORVANEST_EXPORT int lstrCutShortDir(const char* path, int limit, CString& destination);
+ORVANEST_EXPORT CString lstrCutShortDir(const char* path, int limit);
+
+// Appends '\' (backslash true) or '/' unless the text already ends in either
+// as a character of its own.
+ORVANEST_EXPORT void lstrAddSeparator(char* path, bool backslash);
+ORVANEST_EXPORT void lstrAddSeparator(CString& path, bool backslash);
+
+// The text left of the first (first true) or last place of ch, through it
+// when include is true; empty when ch is not found.
+ORVANEST_EXPORT char* lstrLeftByFind(const char* source, unsigned char ch, char* destination, bool first,
+                                     bool include);
+ORVANEST_EXPORT CString& lstrLeftByFind(const char* source, unsigned char ch, CString& destination, bool first,
+                                        bool include);
+ORVANEST_EXPORT CString lstrLeftByFind(const char* source, unsigned char ch, bool first, bool include);
+// The text right of the first (first true) or last place of ch, from it when
+// include is true; empty when ch is not found.
+ORVANEST_EXPORT char* lstrRightByFind(const char* source, unsigned char ch, char* destination, bool first,
+                                      bool include);
+ORVANEST_EXPORT CString& lstrRightByFind(const char* source, unsigned char ch, CString& destination, bool first,
+                                         bool include);
+ORVANEST_EXPORT CString lstrRightByFind(const char* source, unsigned char ch, bool first, bool include);
+
+// ---- character checks ---------------------------------------------------------------
+// 1 when the text is not empty and every byte is a letter or digit, a letter,
+// a digit (in the "C" sense); 0 otherwise.
+ORVANEST_EXPORT int lschkAlphaNumeric(const char* text);
+ORVANEST_EXPORT int lschkAlpha(const char* text);
+ORVANEST_EXPORT int lschkNumeric(const char* text);
+// 1 when the text is not empty and made of two-byte characters alone.
+ORVANEST_EXPORT int lschkDBCSString(const char* text);
+// 1 when the text is not empty and holds no lead byte (half-width kana pass).
+ORVANEST_EXPORT int lschkANK(const char* text);
+
+// ---- number checks -------------------------------------------------------------------
+// White space may surround the number and stand between sign and digits.
+// *position: the first character that is no white space when the text is
+// valid; the text itself when it is empty; null when it is white space
+// alone; otherwise the first place that does not fit. 1 valid, 0 not.
+
+// A whole number: optional sign, digits.
+ORVANEST_EXPORT int lschkDigit(const char* text, char** position);
+// A fixed-point number: optional sign, digits with at most one '.'.
+ORVANEST_EXPORT int lschkFdigit(const char* text, char** position);
+// A fixed-point number, 'E' or 'e', a whole number. A text of more than 256
+// bytes: last error LERR_INVALIDARG, mark, 0, *position untouched.
+ORVANEST_EXPORT int lschkEdigit(const char* text, char** position);
+// Either of the two above; when both fail, the earlier of their positions.
+ORVANEST_EXPORT int lschkGdigit(const char* text, char** position);
+// A hexadecimal number of at most maxDigits digits (0: 8), with an optional
+// "0x" or 'H' prefix or an 'H' suffix (not both 'H'), either case.
+ORVANEST_EXPORT int lschkHex(const char* text, DWORD maxDigits, char** position);
+
+// ---- wildcard matching ---------------------------------------------------------------
+// '*' stands for any run of bytes, '?' for one byte (a two-byte character
+// takes "??"); a run of wildcards that holds a '*' is a '*'. The whole text
+// must be matched. Results: 0 match, -1 no match, -2 bad argument (last error
+// LERR_INVALIDARG and a mark). Texts and patterns are at most 255 bytes.
+
+// One compiled piece of a pattern: a literal and what may stand in front of it.
+struct tagLST_MatchWild {
+    LONG skip;      // 0 literal here; n > 0 exactly n bytes first; -1 any run first; -2 end of the array
+    char* literal;  // zero-terminated; null when the pattern ends in a wildcard run
+    DWORD length;   // bytes of literal
+};
+
+// flag 1 ignores case; any other value compares bytes. An empty text gives -1;
+// a longer text, an empty or longer pattern give -2. The caller's strings
+// are not touched; nothing is allocated.
+ORVANEST_EXPORT int lschkIsMatchWild(char* text, char* pattern, DWORD flag);
+// The same against a list of patterns divided by ';' (empty items skipped):
+// 0 when one matches, -1 when none does; -2 for an empty or longer list, or
+// the first -2 of an item.
+ORVANEST_EXPORT int lschkIsMatchWildEx(char* text, char* patterns, DWORD flag);
+// Matches text against the records from record on (the array ends with skip
+// -2): 0 match, -1 no match.
+ORVANEST_EXPORT int lschkMatchSub(char* text, struct tagLST_MatchWild* record);
