@@ -36,6 +36,11 @@ enum OrvaFaultOp {
     ORVA_FAULT_DELETE,
     ORVA_FAULT_COPY,
     ORVA_FAULT_MAP,
+    // orvacrt::_fpclass raises, for real, the floating-point trap that the code
+    // names (EXCEPTION_FLT_INVALID_OPERATION, _DENORMAL_OPERAND, _DIVIDE_BY_ZERO,
+    // _OVERFLOW, _UNDERFLOW or _INEXACT_RESULT of win32_seh.h) before it
+    // classifies: that exception alone is unmasked for one operation.
+    ORVA_FAULT_FPCLASS,
     ORVA_FAULT_OP_COUNT
 };
 
