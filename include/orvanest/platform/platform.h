@@ -5,6 +5,7 @@
 #include "afx.h"
 #include "crt_ctype.h"
 #include "crt_mbcs.h"
+#include "crt_number.h"
 #include "cstring.h"
 #include "orvaext.h"
 #include "win32.h"
