@@ -1,4 +1,6 @@
-// Text: scanning, path text, character and number checks, wildcard matching.
+// Text: scanning, path text, character and number checks, wildcard matching,
+// the formula evaluator, number text and the library's printf, series, tab
+// and time text.
 //
 // All text is zero-terminated 8-bit text in code page 932, where a lead byte
 // and the byte behind it form one character. White space is the byte 0x20,
@@ -149,3 +151,18 @@ ORVANEST_EXPORT int lschkIsMatchWildEx(char* text, char* patterns, DWORD flag);
 // Matches text against the records from record on (the array ends with skip
 // -2): 0 match, -1 no match.
 ORVANEST_EXPORT int lschkMatchSub(char* text, struct tagLST_MatchWild* record);
+
+// ---- formula evaluator -----------------------------------------------------------------
+// Numbers (as strtod reads them, with 'd' or 'D' also an exponent letter),
+// + - * /, a sign at the start of the formula or of a parenthesis (it
+// attaches to the first operand there), parentheses up to 10 deep, and
+// multiplication by juxtaposition in front of '('; blanks and tabs between
+// tokens. Results: 0 with *value set; 1 a character outside that set; 2 a
+// '(' too deep; 3 unbalanced parentheses; 4 a number longer than 31
+// characters; 5 a postfix form longer than 500 bytes; 6 a syntax error or a
+// number that does not read whole; 7 a divisor whose magnitude is below
+// 1e-300. The first failure from the left decides, except that the
+// character test comes first and evaluation failures come last, in postfix
+// order. *value is written only on 0; no error or mark is set; formula is
+// not changed. Re-entrant.
+ORVANEST_EXPORT int lscalcFormToReal(double* value, char* formula);
