@@ -98,7 +98,8 @@ int DecimalPoint(double a) {
         double scaled = a * kPow10[-guess];
         if (scaled != 1.0) return scaled > 1.0 ? guess + 1 : guess;
     }
-    auto r = std::to_chars(t_buffer, t_buffer + kBufferSize, a, std::chars_format::scientific, kExactDigits);
+    auto r = std::to_chars(t_buffer, t_buffer + kBufferSize - 1, a, std::chars_format::scientific, kExactDigits);
+    *r.ptr = '\0';  // to_chars writes no terminator
     const char* exponent = static_cast<const char*>(std::memchr(t_buffer, 'e', r.ptr - t_buffer));
     return std::atoi(exponent + 1) + 1;
 }
@@ -106,7 +107,8 @@ int DecimalPoint(double a) {
 // Scientific text of a with precision digits behind the point: the digits
 // are moved to the front of t_buffer; gives the decimal exponent.
 int ScientificDigits(double a, int precision) {
-    auto r = std::to_chars(t_buffer, t_buffer + kBufferSize, a, std::chars_format::scientific, precision);
+    auto r = std::to_chars(t_buffer, t_buffer + kBufferSize - 1, a, std::chars_format::scientific, precision);
+    *r.ptr = '\0';  // to_chars writes no terminator
     char* e = static_cast<char*>(std::memchr(t_buffer, 'e', r.ptr - t_buffer));
     int exponent = std::atoi(e + 1);
     if (precision > 0) std::memmove(t_buffer + 1, t_buffer + 2, precision);  // drop the '.'
@@ -201,8 +203,8 @@ char* _fcvt(double value, int places, int* point, int* negative) {
         const char* first = dot != nullptr ? dot + 1 : end;
         while (first < end && *first == '0') ++first;
         if (first == end) {
+            *point = DecimalPoint(a);  // may use the buffer itself
             t_buffer[0] = '\0';
-            *point = DecimalPoint(a);
             return t_buffer;
         }
         *point = -static_cast<int>(first - (dot + 1));

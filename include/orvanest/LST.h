@@ -166,3 +166,50 @@ ORVANEST_EXPORT int lschkMatchSub(char* text, struct tagLST_MatchWild* record);
 // order. *value is written only on 0; no error or mark is set; formula is
 // not changed. Re-entrant.
 ORVANEST_EXPORT int lscalcFormToReal(double* value, char* formula);
+
+// ---- number text ------------------------------------------------------------------------
+// Flags of the digit functions.
+#define LSCVT_LEFT 0x001UL       // left-justify in the field
+#define LSCVT_PLUS 0x002UL       // '+' on a value that is not negative
+#define LSCVT_ZEROPAD 0x004UL    // pad with '0' behind the sign instead of blanks in front
+#define LSCVT_ALT 0x008UL        // write the point even with no digit behind it
+#define LSCVT_BLANK 0x010UL      // a blank in front of a value that is not negative (not with LSCVT_PLUS)
+#define LSCVT_STRIP 0x020UL      // drop the trailing zeros of the fraction
+#define LSCVT_TAILBLANK 0x040UL  // blank out (or, left-justified in a wider field, remove) trailing zeros
+#define LSCVT_UPPER 0x100UL      // exponent letter 'E' rather than 'e'
+
+// value as text into destination, at least width characters wide with
+// precision digits behind the point: the E form "d.ddde+xxx" (three exponent
+// digits), the F form (rounded after a bias of 5e-6, or 5 x 10^-(precision +
+// 3) above 3 decimals, so that values just under a half-way point go up; a
+// value that vanishes at the precision is "0" or "-0"), and the G form, the
+// shorter of F and E with the trailing zeros stripped, where precision counts
+// significant digits (a tie goes to F; the destination must have room for the
+// F form, which for a tiny value runs to over 300 characters). The count
+// written without the terminator; -1 with nothing written for an infinity or
+// a NaN. Precisions above 1100 are taken as 1100. The destination is not
+// bounded.
+ORVANEST_EXPORT int lscvtEdigit(double value, char* destination, DWORD width, DWORD precision, DWORD flags);
+ORVANEST_EXPORT int lscvtFdigit(double value, char* destination, DWORD width, DWORD precision, DWORD flags);
+ORVANEST_EXPORT int lscvtGdigit(double value, char* destination, DWORD width, DWORD precision, DWORD flags);
+
+// Exactly 8 upper-case hexadecimal digits of value and a terminator into
+// destination (9 bytes); gives destination. Null destination: last error
+// LERR_INVALIDARG, a mark, null.
+ORVANEST_EXPORT char* lscvtDwordToHex(char* destination, DWORD value);
+// The value of hexadecimal text that ends at its first white space: an
+// optional "0x" or 'H' prefix or 'H' suffix, either case; only the last 8
+// digits count. Nothing is checked: any other character adds its own code's
+// share, and no error is reported. At most 11 characters are looked at.
+ORVANEST_EXPORT DWORD lscvtHexToDword(const char* text);
+// The 16 hexadecimal digits of value's bits, sign bit first, into destination
+// (17 bytes): 1.0 gives "3FF0000000000000". Null as for lscvtDwordToHex.
+ORVANEST_EXPORT char* lscvtDblToHex(char* destination, double value);
+// The double whose bits the text gives, read as lscvtDblToHex writes it: an
+// optional "0x" or 'h' prefix or 'h' suffix, either case, the text padded
+// with '0' on the right to 16 digits ("3FF" is 1.0), anything beyond 16
+// digits ignored. At most 19 characters are looked at.
+ORVANEST_EXPORT double lscvtHexToDbl(const char* text);
+// value as "%f" writes it (six decimals), with the trailing zeros cut down to
+// at least level decimals, and the point too when no decimal is left.
+ORVANEST_EXPORT CString lscvtRoundDecLevel(double value, int level);
