@@ -11,6 +11,8 @@
 // sets an error or a mark, and buffer sizes are the caller's duty.
 #pragma once
 
+#include <cstdarg>
+
 #include <orvanest/platform/platform.h>
 
 // ---- scanning -------------------------------------------------------------------
@@ -213,3 +215,19 @@ ORVANEST_EXPORT double lscvtHexToDbl(const char* text);
 // value as "%f" writes it (six decimals), with the trailing zeros cut down to
 // at least level decimals, and the point too when no decimal is left.
 ORVANEST_EXPORT CString lscvtRoundDecLevel(double value, int level);
+
+// ---- formatted text ---------------------------------------------------------------------
+// The library's printf. A conversion is %[flags][width][.precision]letter
+// with the flags '-', '+', '0', '#' and blank in any order. d i o u x X (a
+// 32-bit int), c (an int whose low byte is the character) and s (a string)
+// are handed to wsprintfA with the conversion text exactly as written; f, e,
+// E, g, G (a double) go to lscvtFdigit, lscvtEdigit and lscvtGdigit with
+// the width, the precision (6 when none is given, 0 for a bare '.') and the
+// flags. Nothing else is a conversion: "%ld" prints "ld" and "%*d" prints
+// "*d", taking no argument; "%%" prints '%'; a '%' at the end is dropped.
+// The length of the text written (lstrlenA of destination); -1 when a
+// floating conversion meets an infinity or a NaN, what was written so far
+// then standing without a terminator. The destination is not bounded; a
+// conversion text longer than 15 bytes is outside the contract.
+ORVANEST_EXPORT int lstrWvprintf(char* destination, const char* format, va_list arguments);
+ORVANEST_EXPORT int lstrWsprintf(char* destination, const char* format, ...);
