@@ -231,3 +231,27 @@ ORVANEST_EXPORT CString lscvtRoundDecLevel(double value, int level);
 // conversion text longer than 15 bytes is outside the contract.
 ORVANEST_EXPORT int lstrWvprintf(char* destination, const char* format, va_list arguments);
 ORVANEST_EXPORT int lstrWsprintf(char* destination, const char* format, ...);
+
+// ---- series, tab and time text ------------------------------------------------------------
+// A series is a packed list: each string with its terminator, then one more
+// zero. Failures below mark and leave the last error as it was.
+
+// Packs the null-ended array into destination (size bytes): the number of
+// strings, or -1 with a mark when the strings and the closing zero do not
+// fit (what was copied stays, without the closing zero).
+ORVANEST_EXPORT int lscvtPtrArrayToSeries(char const** const array, char* destination, DWORD size);
+// Points the entries of array (size entries) at the strings of series, then
+// a null: the number of strings, or -1 with a mark when they and the null do
+// not fit.
+ORVANEST_EXPORT int lscvtSeriesToPtrArray(char const* series, char** const array, DWORD size);
+// Copies source into destination (note the order, and that the first is the
+// one written) with each tab turned into blanks, at least one, up to the
+// next multiple of tab bytes of output. The number of tabs; tab must be at
+// least 1. The destination is not bounded.
+ORVANEST_EXPORT int lscvtTabToSpace(char const* destination, char* source, unsigned int tab);
+// "yyyy/MM/dd HH:mm:ss" into destination (20 bytes): 1, or 0 with a mark
+// when the platform refuses the time. The text comes from wsprintfA on
+// Win32s, else from GetDateFormatA and GetTimeFormatA.
+ORVANEST_EXPORT int lscvtSystemTimeToStr(struct _SYSTEMTIME* time, char* destination);
+// The same for a file time, in UTC.
+ORVANEST_EXPORT int lscvtFileTimeToStr(struct _FILETIME* time, char* destination);

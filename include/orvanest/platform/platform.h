@@ -12,6 +12,7 @@
 #include "crt_float.h"
 #include "win32_format.h"
 #include "win32_memory.h"
+#include "win32_datetime.h"
 #include "win32_text.h"
 #include "win32_seh.h"
 #include "win32_system.h"
