@@ -99,6 +99,30 @@ TEST(LscvtDigits, GOfTinyValuesAndWideFields) {
     EXPECT_EQ(std::string(big.c_str()), "1e+300" + std::string(294, ' '));
 }
 
+// G is the shorter of the F and E forms at d decimals, where d follows from
+// the digits _ecvt gives at the precision; a tie goes to F. Checked on
+// random values, widths, precisions and flags against both forms built here.
+TEST(LscvtDigits, GIsTheShorterOfBothForms) {
+    std::mt19937_64 random(31);
+    std::uniform_real_distribution<double> exponent(-12.0, 12.0);
+    for (int i = 0; i < 20000; ++i) {
+        double v = std::pow(10.0, exponent(random)) * (random() % 2 ? -1.0 : 1.0);
+        if (i % 7 == 0) v = std::round(v);
+        DWORD width = random() % 3 == 0 ? static_cast<DWORD>(random() % 20) : 0;
+        DWORD precision = static_cast<DWORD>(random() % 12);
+        DWORD flags = static_cast<DWORD>(random() % 0x80) | (random() % 2 ? LSCVT_UPPER : 0);
+        int point, negative;
+        int length = static_cast<int>(std::strlen(orvacrt::_ecvt(v, static_cast<int>(precision), &point, &negative)));
+        DWORD d = length - point > 0 ? static_cast<DWORD>(length - point) : 0;
+        char f[512], e[512], g[512];
+        int fn = lscvtFdigit(v, f, width, d, flags | LSCVT_STRIP);
+        int en = lscvtEdigit(v, e, width, d, flags | LSCVT_STRIP);
+        int gn = lscvtGdigit(v, g, width, precision, flags);
+        ASSERT_STREQ(g, fn <= en ? f : e) << v << " w" << width << " p" << precision << " f" << flags;
+        ASSERT_EQ(gn, fn <= en ? fn : en);
+    }
+}
+
 // The rounding of F at half-way points and their neighbours, at several
 // precisions, against the bias rule worked out in long double: a value goes
 // up exactly when value + bias lies at or beyond the half-way point.

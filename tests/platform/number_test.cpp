@@ -148,6 +148,16 @@ TEST(CvtTest, RandomDoubles) {
             int negative;
             ASSERT_EQ(Ecvt(v, count, &negative), ReferenceE(std::fabs(v), count)) << v << " count " << count;
         }
+        // Moderate values, which take the integer road for short counts,
+        // including integers and values with fewer digits kept than their
+        // integer part has.
+        double moderate = std::pow(10.0, static_cast<double>(random() % 3000) / 100.0 - 10.0);
+        if (i % 3 == 0) moderate = std::floor(moderate);
+        if (i % 5 == 0) moderate = std::ldexp(std::floor(moderate), 1 + static_cast<int>(random() % 9));
+        for (int count = 1; count <= 20; ++count) {
+            int negative;
+            ASSERT_EQ(Ecvt(moderate, count, &negative), ReferenceE(moderate, count)) << moderate << " count " << count;
+        }
         double scaled = std::ldexp(static_cast<double>(random() >> 11), -static_cast<int>(random() % 80));
         for (int places : {0, 1, 2, 6, 15}) {
             int negative;

@@ -28,6 +28,16 @@ constexpr uint64_t kBiasBits = 0x3ED4F8B588E368F0;  // 4.9999999999999996e-06
 // G writes its E form aside; this holds any E text short of a huge width.
 constexpr int kAsideSize = kMaxPrecision + 256;
 
+// Finite, told by the exponent bits as lsysIsDoubleFinite tells it. Reading
+// bits raises nothing, so the mask scope that lsysIsDoubleFinite puts
+// around its test, which costs more than the whole conversion, is not
+// needed here.
+bool IsFinite(double value) {
+    uint64_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return (bits & 0x7FF0000000000000ull) != 0x7FF0000000000000ull;
+}
+
 int Clamp(DWORD precision) { return precision > kMaxPrecision ? kMaxPrecision : static_cast<int>(precision); }
 
 char* Fill(char* p, char c, DWORD n) {
@@ -86,7 +96,7 @@ double Bias(double value, int precision) {
 }  // namespace
 
 int lscvtEdigit(double value, char* destination, DWORD width, DWORD precision, DWORD flags) {
-    if (!lsysIsDoubleFinite(value)) return -1;
+    if (!IsFinite(value)) return -1;
     const int count = Clamp(precision) + 1;
     int point, negative;
     const char* digits = orvacrt::_ecvt(value, count, &point, &negative);
@@ -115,11 +125,13 @@ int lscvtEdigit(double value, char* destination, DWORD width, DWORD precision, D
 }
 
 int lscvtFdigit(double value, char* destination, DWORD width, DWORD precision, DWORD flags) {
-    if (!lsysIsDoubleFinite(value)) return -1;
+    if (!IsFinite(value)) return -1;
     const int places = Clamp(precision);
     int point, negative;
     const char* digits = orvacrt::_fcvt(value + Bias(value, places), places, &point, &negative);
-    const int count = static_cast<int>(std::strlen(digits));
+    // The runtime gives point + places digits when that is positive, and
+    // an empty string otherwise.
+    const int count = digits[0] != '\0' ? point + places : 0;
 
     char number[kNumberSize];
     int n = 0;
@@ -152,14 +164,25 @@ int lscvtFdigit(double value, char* destination, DWORD width, DWORD precision, D
 }
 
 int lscvtGdigit(double value, char* destination, DWORD width, DWORD precision, DWORD flags) {
-    if (!lsysIsDoubleFinite(value)) return -1;
+    if (!IsFinite(value)) return -1;
     // The precision counts significant digits only to find d, the number of
     // decimals that both forms then use.
     int point, negative;
-    const int length = static_cast<int>(std::strlen(orvacrt::_ecvt(value, Clamp(precision), &point, &negative)));
+    const int count = Clamp(precision);
+    const char* digits = orvacrt::_ecvt(value, count, &point, &negative);
+    // Exactly count digits, except that a count of 0 gives "" or "1".
+    const int length = count > 0 ? count : static_cast<int>(std::strlen(digits));
     const DWORD decimals = length - point > 0 ? static_cast<DWORD>(length - point) : 0;
 
     const int fLength = lscvtFdigit(value, destination, width, decimals, flags | LSCVT_STRIP);
+    // No E text is shorter than its first digit, its point (when a digit may
+    // follow it or LSCVT_ALT asks for it), the five characters of the
+    // exponent and the sign or blank in front, in a field of the same width.
+    // An F text that short stands without E being built: a tie goes to F.
+    const bool plus = (flags & LSCVT_PLUS) != 0;
+    const DWORD shortestE = 1 + (decimals > 0 || (flags & LSCVT_ALT) ? 1 : 0) + 5 +
+                            (negative != 0 || plus || (flags & LSCVT_BLANK) ? 1 : 0);
+    if (static_cast<DWORD>(fLength) <= (width > shortestE ? width : shortestE)) return fLength;
     // The E form goes aside; a width too large for the stack buffer gets a
     // block of its own.
     char aside[kAsideSize];
