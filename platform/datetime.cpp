@@ -146,6 +146,13 @@ int Format(DWORD flags, const SYSTEMTIME& t, const char* picture, char* out, int
     return text.Finish();
 }
 
+// The time given, or, for null, the local time now (kept in *now).
+const SYSTEMTIME& GivenOrNow(const SYSTEMTIME* given, SYSTEMTIME* now) {
+    if (given != nullptr) return *given;
+    GetLocalTime(now);
+    return *now;
+}
+
 }  // namespace
 
 BOOL FileTimeToSystemTime(const FILETIME* lpFileTime, LPSYSTEMTIME lpSystemTime) {
@@ -174,11 +181,7 @@ LCID GetSystemDefaultLCID(void) { return 0x0411; }
 
 int GetDateFormatA(LCID, DWORD dwFlags, const SYSTEMTIME* lpDate, LPCSTR lpFormat, LPSTR lpDateStr, int cchDate) {
     SYSTEMTIME now;
-    if (lpDate == nullptr) {
-        GetLocalTime(&now);
-        lpDate = &now;
-    }
-    const SYSTEMTIME& t = *lpDate;
+    const SYSTEMTIME& t = GivenOrNow(lpDate, &now);
     if (t.wYear < 1601 || t.wYear > 30827 || t.wMonth < 1 || t.wMonth > 12 || t.wDay < 1 ||
         t.wDay > DaysInMonth(t.wYear, t.wMonth)) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -189,11 +192,7 @@ int GetDateFormatA(LCID, DWORD dwFlags, const SYSTEMTIME* lpDate, LPCSTR lpForma
 
 int GetTimeFormatA(LCID, DWORD dwFlags, const SYSTEMTIME* lpTime, LPCSTR lpFormat, LPSTR lpTimeStr, int cchTime) {
     SYSTEMTIME now;
-    if (lpTime == nullptr) {
-        GetLocalTime(&now);
-        lpTime = &now;
-    }
-    const SYSTEMTIME& t = *lpTime;
+    const SYSTEMTIME& t = GivenOrNow(lpTime, &now);
     if (t.wHour > 23 || t.wMinute > 59 || t.wSecond > 59 || t.wMilliseconds > 999) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return 0;

@@ -201,11 +201,19 @@ bool ScaledInteger(double a, int places, uint64_t* result) {
     return true;
 }
 
-// The decimal digits of n > 0 at buffer; gives their count.
+// The decimal digits of n > 0 at buffer; gives their count. (Written here
+// rather than by the integer to_chars, whose template instances would be
+// exported from the shared object.)
 int IntegerDigits(uint64_t n, char* buffer) {
-    auto r = std::to_chars(buffer, buffer + 24, n);
-    *r.ptr = '\0';
-    return static_cast<int>(r.ptr - buffer);
+    char reversed[20];
+    int count = 0;
+    do {
+        reversed[count++] = static_cast<char>('0' + n % 10);
+        n /= 10;
+    } while (n != 0);
+    for (int i = 0; i < count; ++i) buffer[i] = reversed[count - 1 - i];
+    buffer[count] = '\0';
+    return count;
 }
 
 }  // namespace
