@@ -98,10 +98,37 @@ void EmitInteger(Sink& sink, const Spec& spec, unsigned long long magnitude, boo
     char digits[24];
     int n = 0;
     if (!(magnitude == 0 && spec.precision == 0)) {
-        do {
-            digits[n++] = digitSet[magnitude % base];
-            magnitude /= base;
-        } while (magnitude != 0);
+        // Each base gets its own loop, so that the division is by a constant
+        // (a multiplication) or a shift; decimals of 32-bit arguments, the
+        // usual case, take 32-bit arithmetic.
+        switch (base) {
+        case 16:
+            do {
+                digits[n++] = digitSet[magnitude & 15];
+                magnitude >>= 4;
+            } while (magnitude != 0);
+            break;
+        case 8:
+            do {
+                digits[n++] = digitSet[magnitude & 7];
+                magnitude >>= 3;
+            } while (magnitude != 0);
+            break;
+        default:
+            if (magnitude <= 0xFFFFFFFFu) {
+                uint32_t v = static_cast<uint32_t>(magnitude);
+                do {
+                    digits[n++] = static_cast<char>('0' + v % 10);
+                    v /= 10;
+                } while (v != 0);
+            } else {
+                do {
+                    digits[n++] = static_cast<char>('0' + magnitude % 10);
+                    magnitude /= 10;
+                } while (magnitude != 0);
+            }
+            break;
+        }
     }
     bool nonZero = n > 1 || (n == 1 && digits[0] != '0');
     int precision = spec.precision < 0 ? 1 : spec.precision;

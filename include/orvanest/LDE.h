@@ -64,3 +64,10 @@ ORVANEST_EXPORT void ldbgSetErr(DWORD mark);
 ORVANEST_EXPORT void ldbgCloseSetErr(void);
 // Closes it: the last error becomes the latest mark's value, if one was made.
 ORVANEST_EXPORT void ldbgOpenSetErr(void);
+
+// Shows the thread's ring of error positions in message boxes titled
+// "orvane標準ﾗｲﾌﾞﾗﾘ ｴﾗｰ情報" (code page 932), 16 rows a box with OK and
+// Cancel: each row its number, the source's name and id or "不明", the line,
+// and for a marked row the last-error value kept with it. OK shows the next
+// 16 rows (after row 127 the count starts again); only Cancel returns.
+ORVANEST_EXPORT void ldbgDispErrPos(void);

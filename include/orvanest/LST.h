@@ -1,4 +1,6 @@
-// Text: scanning, path text, character and number checks, wildcard matching.
+// Text: scanning, path text, character and number checks, wildcard matching,
+// the formula evaluator, number text and the library's printf, series, tab
+// and time text.
 //
 // All text is zero-terminated 8-bit text in code page 932, where a lead byte
 // and the byte behind it form one character. White space is the byte 0x20,
@@ -8,6 +10,8 @@
 // object), or as a new CString. Unless a line says otherwise, nothing here
 // sets an error or a mark, and buffer sizes are the caller's duty.
 #pragma once
+
+#include <cstdarg>
 
 #include <orvanest/platform/platform.h>
 
@@ -149,3 +153,105 @@ ORVANEST_EXPORT int lschkIsMatchWildEx(char* text, char* patterns, DWORD flag);
 // Matches text against the records from record on (the array ends with skip
 // -2): 0 match, -1 no match.
 ORVANEST_EXPORT int lschkMatchSub(char* text, struct tagLST_MatchWild* record);
+
+// ---- formula evaluator -----------------------------------------------------------------
+// Numbers (as strtod reads them, with 'd' or 'D' also an exponent letter),
+// + - * /, a sign at the start of the formula or of a parenthesis (it
+// attaches to the first operand there), parentheses up to 10 deep, and
+// multiplication by juxtaposition in front of '('; blanks and tabs between
+// tokens. Results: 0 with *value set; 1 a character outside that set; 2 a
+// '(' too deep; 3 unbalanced parentheses; 4 a number longer than 31
+// characters; 5 a postfix form longer than 500 bytes; 6 a syntax error or a
+// number that does not read whole; 7 a divisor whose magnitude is below
+// 1e-300. The first failure from the left decides, except that the
+// character test comes first and evaluation failures come last, in postfix
+// order. *value is written only on 0; no error or mark is set; formula is
+// not changed. Re-entrant.
+ORVANEST_EXPORT int lscalcFormToReal(double* value, char* formula);
+
+// ---- number text ------------------------------------------------------------------------
+// Flags of the digit functions.
+#define LSCVT_LEFT 0x001UL       // left-justify in the field
+#define LSCVT_PLUS 0x002UL       // '+' on a value that is not negative
+#define LSCVT_ZEROPAD 0x004UL    // pad with '0' behind the sign instead of blanks in front
+#define LSCVT_ALT 0x008UL        // write the point even with no digit behind it
+#define LSCVT_BLANK 0x010UL      // a blank in front of a value that is not negative (not with LSCVT_PLUS)
+#define LSCVT_STRIP 0x020UL      // drop the trailing zeros of the fraction
+#define LSCVT_TAILBLANK 0x040UL  // blank out (or, left-justified in a wider field, remove) trailing zeros
+#define LSCVT_UPPER 0x100UL      // exponent letter 'E' rather than 'e'
+
+// value as text into destination, at least width characters wide with
+// precision digits behind the point: the E form "d.ddde+xxx" (three exponent
+// digits), the F form (rounded after a bias of 5e-6, or 5 x 10^-(precision +
+// 3) above 3 decimals, so that values just under a half-way point go up; a
+// value that vanishes at the precision is "0" or "-0"), and the G form, the
+// shorter of F and E with the trailing zeros stripped, where precision counts
+// significant digits (a tie goes to F; the destination must have room for the
+// F form, which for a tiny value runs to over 300 characters). The count
+// written without the terminator; -1 with nothing written for an infinity or
+// a NaN. Precisions above 1100 are taken as 1100. The destination is not
+// bounded.
+ORVANEST_EXPORT int lscvtEdigit(double value, char* destination, DWORD width, DWORD precision, DWORD flags);
+ORVANEST_EXPORT int lscvtFdigit(double value, char* destination, DWORD width, DWORD precision, DWORD flags);
+ORVANEST_EXPORT int lscvtGdigit(double value, char* destination, DWORD width, DWORD precision, DWORD flags);
+
+// Exactly 8 upper-case hexadecimal digits of value and a terminator into
+// destination (9 bytes); gives destination. Null destination: last error
+// LERR_INVALIDARG, a mark, null.
+ORVANEST_EXPORT char* lscvtDwordToHex(char* destination, DWORD value);
+// The value of hexadecimal text that ends at its first white space: an
+// optional "0x" or 'H' prefix or 'H' suffix, either case; only the last 8
+// digits count. Nothing is checked: any other character adds its own code's
+// share, and no error is reported. At most 11 characters are looked at.
+ORVANEST_EXPORT DWORD lscvtHexToDword(const char* text);
+// The 16 hexadecimal digits of value's bits, sign bit first, into destination
+// (17 bytes): 1.0 gives "3FF0000000000000". Null as for lscvtDwordToHex.
+ORVANEST_EXPORT char* lscvtDblToHex(char* destination, double value);
+// The double whose bits the text gives, read as lscvtDblToHex writes it: an
+// optional "0x" or 'h' prefix or 'h' suffix, either case, the text padded
+// with '0' on the right to 16 digits ("3FF" is 1.0), anything beyond 16
+// digits ignored. At most 19 characters are looked at.
+ORVANEST_EXPORT double lscvtHexToDbl(const char* text);
+// value as "%f" writes it (six decimals), with the trailing zeros cut down to
+// at least level decimals, and the point too when no decimal is left.
+ORVANEST_EXPORT CString lscvtRoundDecLevel(double value, int level);
+
+// ---- formatted text ---------------------------------------------------------------------
+// The library's printf. A conversion is %[flags][width][.precision]letter
+// with the flags '-', '+', '0', '#' and blank in any order. d i o u x X (a
+// 32-bit int), c (an int whose low byte is the character) and s (a string)
+// are handed to wsprintfA with the conversion text exactly as written; f, e,
+// E, g, G (a double) go to lscvtFdigit, lscvtEdigit and lscvtGdigit with
+// the width, the precision (6 when none is given, 0 for a bare '.') and the
+// flags. Nothing else is a conversion: "%ld" prints "ld" and "%*d" prints
+// "*d", taking no argument; "%%" prints '%'; a '%' at the end is dropped.
+// The length of the text written (lstrlenA of destination); -1 when a
+// floating conversion meets an infinity or a NaN, what was written so far
+// then standing without a terminator. The destination is not bounded; a
+// conversion text longer than 15 bytes is outside the contract.
+ORVANEST_EXPORT int lstrWvprintf(char* destination, const char* format, va_list arguments);
+ORVANEST_EXPORT int lstrWsprintf(char* destination, const char* format, ...);
+
+// ---- series, tab and time text ------------------------------------------------------------
+// A series is a packed list: each string with its terminator, then one more
+// zero. Failures below mark and leave the last error as it was.
+
+// Packs the null-ended array into destination (size bytes): the number of
+// strings, or -1 with a mark when the strings and the closing zero do not
+// fit (what was copied stays, without the closing zero).
+ORVANEST_EXPORT int lscvtPtrArrayToSeries(char const** const array, char* destination, DWORD size);
+// Points the entries of array (size entries) at the strings of series, then
+// a null: the number of strings, or -1 with a mark when they and the null do
+// not fit.
+ORVANEST_EXPORT int lscvtSeriesToPtrArray(char const* series, char** const array, DWORD size);
+// Copies source into destination (note the order, and that the first is the
+// one written) with each tab turned into blanks, at least one, up to the
+// next multiple of tab bytes of output. The number of tabs; tab must be at
+// least 1. The destination is not bounded.
+ORVANEST_EXPORT int lscvtTabToSpace(char const* destination, char* source, unsigned int tab);
+// "yyyy/MM/dd HH:mm:ss" into destination (20 bytes): 1, or 0 with a mark
+// when the platform refuses the time. The text comes from wsprintfA on
+// Win32s, else from GetDateFormatA and GetTimeFormatA.
+ORVANEST_EXPORT int lscvtSystemTimeToStr(struct _SYSTEMTIME* time, char* destination);
+// The same for a file time, in UTC.
+ORVANEST_EXPORT int lscvtFileTimeToStr(struct _FILETIME* time, char* destination);

@@ -5,6 +5,7 @@
 #include <orvanest/platform/platform.h>
 
 #include <orvanest/LAL.h>
+#include <orvanest/LCL.h>
 #include <orvanest/LDE.h>
 #include <orvanest/LMM.h>
 #include <orvanest/LST.h>

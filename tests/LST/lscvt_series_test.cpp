@@ -1,0 +1,138 @@
+// Series, tabs and time text: packing and unpacking string lists at their
+// size limits, tab expansion against a column count, and the date text on
+// both of its roads.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <orvanest/ORVANEST.h>
+
+namespace {
+
+TEST(LscvtSeries, PackAtTheSizeLimit) {
+    const char* none[] = {nullptr};
+    char out[16];
+    std::memset(out, 'Z', sizeof out);
+    EXPECT_EQ(lscvtPtrArrayToSeries(none, out, 16), 0);
+    EXPECT_EQ(out[0], '\0');
+    EXPECT_EQ(out[1], 'Z');
+    const char* two[] = {"ab", "c", nullptr};
+    std::memset(out, 'Z', sizeof out);
+    EXPECT_EQ(lscvtPtrArrayToSeries(two, out, 6), 2);
+    EXPECT_EQ(std::string(out, 7), std::string("ab\0c\0\0Z", 7));
+    std::memset(out, 'Z', sizeof out);
+    SetLastError(55);
+    EXPECT_EQ(lscvtPtrArrayToSeries(two, out, 5), -1);
+    EXPECT_EQ(GetLastError(), 55u);  // a mark, no code of its own
+    EXPECT_EQ(std::string(out, 5), std::string("ab\0ZZ", 5));  // the first string stays, no closing zero
+}
+
+TEST(LscvtSeries, UnpackAtTheSizeLimit) {
+    char* array[4];
+    std::memset(array, 0xCC, sizeof array);
+    EXPECT_EQ(lscvtSeriesToPtrArray("", array, 4), 0);
+    EXPECT_EQ(array[0], nullptr);
+    const char series[] = "first\0second\0";
+    EXPECT_EQ(lscvtSeriesToPtrArray(series, array, 3), 2);
+    EXPECT_EQ(array[0], series);
+    EXPECT_EQ(array[1], series + 6);
+    EXPECT_EQ(array[2], nullptr);
+    std::memset(array, 0xCC, sizeof array);
+    EXPECT_EQ(lscvtSeriesToPtrArray(series, array, 2), -1);
+    EXPECT_EQ(array[0], series);  // written before the failure
+}
+
+// Random lists of non-empty strings go through both directions unchanged.
+TEST(LscvtSeries, RoundTrip) {
+    std::mt19937 random(8);
+    for (int round = 0; round < 500; ++round) {
+        std::vector<std::string> strings(random() % 8);
+        for (std::string& s : strings) s = std::string(1 + random() % 6, static_cast<char>('a' + random() % 26));
+        std::vector<const char*> array;
+        for (const std::string& s : strings) array.push_back(s.c_str());
+        array.push_back(nullptr);
+        size_t needed = 1;
+        for (const std::string& s : strings) needed += s.size() + 1;
+        std::vector<char> block(needed);
+        ASSERT_EQ(lscvtPtrArrayToSeries(array.data(), block.data(), static_cast<DWORD>(needed)),
+                  static_cast<int>(strings.size()));
+        std::vector<char*> back(strings.size() + 1);
+        ASSERT_EQ(lscvtSeriesToPtrArray(block.data(), back.data(), static_cast<DWORD>(back.size())),
+                  static_cast<int>(strings.size()));
+        for (size_t i = 0; i < strings.size(); ++i) EXPECT_EQ(std::string(back[i]), strings[i]);
+        EXPECT_EQ(back.back(), nullptr);
+        if (needed > 1) {
+            EXPECT_EQ(lscvtPtrArrayToSeries(array.data(), block.data(), static_cast<DWORD>(needed - 1)), -1);
+        }
+    }
+}
+
+TEST(LscvtTabs, ExpandToTheNextMultiple) {
+    struct Case {
+        const char* source;
+        unsigned tab;
+        const char* text;
+        int tabs;
+    } cases[] = {
+        {"a\tb", 4, "a   b", 1},  {"\t", 4, "    ", 1},         {"", 4, "", 0},          {"abcd\te", 4, "abcd    e", 1},
+        {"a\t\tb", 3, "a     b", 2}, {"x\ny\tz", 4, "x\ny z", 1}, {"\x82\xA0\tc", 4, "\x82\xA0  c", 1},
+        {"ab\t", 1, "ab ", 1},
+    };
+    for (const Case& c : cases) {
+        char out[64];
+        std::memset(out, 'Z', sizeof out);
+        std::string source = c.source;
+        EXPECT_EQ(lscvtTabToSpace(out, source.data(), c.tab), c.tabs) << c.source;
+        EXPECT_STREQ(out, c.text) << c.source;
+    }
+}
+
+SYSTEMTIME Time(WORD y, WORD mo, WORD d, WORD h, WORD mi, WORD s) { return {y, mo, 0, d, h, mi, s, 0}; }
+
+TEST(LscvtTime, BothRoadsGiveTheSameText) {
+    for (BOOL win32s : {FALSE, TRUE}) {
+        BOOL before = OrvaSetWin32s(win32s);
+        SYSTEMTIME t = Time(2024, 3, 5, 14, 7, 9);
+        char out[32];
+        std::memset(out, 'Z', sizeof out);
+        EXPECT_EQ(lscvtSystemTimeToStr(&t, out), 1) << win32s;
+        EXPECT_STREQ(out, "2024/03/05 14:07:09") << win32s;
+        SYSTEMTIME last = Time(9999, 12, 31, 23, 59, 59);
+        lscvtSystemTimeToStr(&last, out);
+        EXPECT_STREQ(out, "9999/12/31 23:59:59") << win32s;
+        OrvaSetWin32s(before);
+    }
+}
+
+TEST(LscvtTime, ShortYearsAndRefusals) {
+    SYSTEMTIME early = Time(999, 1, 2, 3, 4, 5);
+    char out[32];
+    BOOL before = OrvaSetWin32s(TRUE);
+    EXPECT_EQ(lscvtSystemTimeToStr(&early, out), 1);
+    EXPECT_STREQ(out, "0999/01/02 03:04:05");
+    OrvaSetWin32s(FALSE);
+    SetLastError(0);
+    EXPECT_EQ(lscvtSystemTimeToStr(&early, out), 0);  // the platform has no year before 1601
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    SYSTEMTIME badHour = Time(2024, 1, 1, 25, 0, 0);
+    EXPECT_EQ(lscvtSystemTimeToStr(&badHour, out), 0);
+    OrvaSetWin32s(before);
+}
+
+TEST(LscvtTime, FileTimesInUtc) {
+    // 2024-03-05 14:07:09.5 UTC.
+    uint64_t ticks = (1709647629ull * 10000000ull) + 116444736000000000ull + 5000000ull;
+    FILETIME ft = {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+    char out[32];
+    EXPECT_EQ(lscvtFileTimeToStr(&ft, out), 1);
+    EXPECT_STREQ(out, "2024/03/05 14:07:09");
+    FILETIME bad = {0, 0x80000000u};
+    SetLastError(0);
+    EXPECT_EQ(lscvtFileTimeToStr(&bad, out), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+}
+
+}  // namespace

@@ -1,0 +1,212 @@
+// Number text: the E, F and G forms with every flag, hexadecimal text of
+// words and doubles both ways, and the trimming of six-decimal text.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include <orvanest/ORVANEST.h>
+
+namespace {
+
+using Digit = int (*)(double, char*, DWORD, DWORD, DWORD);
+
+struct Case {
+    double value;
+    DWORD width, precision, flags;
+    const char* text;
+};
+
+void Check(Digit f, const char* name, const Case& c) {
+    char buffer[512];
+    std::memset(buffer, 0xCC, sizeof buffer);
+    int n = f(c.value, buffer, c.width, c.precision, c.flags);
+    EXPECT_STREQ(buffer, c.text) << name << "(" << c.value << ", " << c.width << ", " << c.precision << ", 0x"
+                                 << std::hex << c.flags << ")";
+    EXPECT_EQ(n, static_cast<int>(std::strlen(c.text))) << name << " " << c.value;
+}
+
+constexpr DWORD L = LSCVT_LEFT, P = LSCVT_PLUS, Z = LSCVT_ZEROPAD, A = LSCVT_ALT, B = LSCVT_BLANK,
+                S = LSCVT_STRIP, T = LSCVT_TAILBLANK, U = LSCVT_UPPER;
+
+TEST(LscvtDigits, FForm) {
+    const Case cases[] = {
+        {3.14159, 0, 2, 0, "3.14"},       {3.14159, 10, 2, 0, "      3.14"}, {3.14159, 10, 2, L, "3.14      "},
+        {3.14159, 10, 2, Z, "0000003.14"}, {-3.14159, 10, 2, Z, "-000003.14"}, {3.14159, 10, 2, P, "     +3.14"},
+        {3.14159, 10, 2, B | Z, " 000003.14"}, {3.14159, 10, 2, B | P, "     +3.14"}, {1.005, 0, 2, 0, "1.01"},
+        {-1.005, 0, 2, 0, "-1.01"},       {2.675, 0, 2, 0, "2.68"},       {1.5, 0, 0, 0, "2"},
+        {2.5, 0, 0, 0, "3"},              {2.499996, 0, 0, 0, "3"},       {0.3, 0, 0, 0, "0"},
+        {0.7, 0, 0, 0, "1"},              {3.0, 0, 0, A, "3."},           {0.0, 0, 6, 0, "0"},
+        {0.0, 0, 2, A, "0"},              {0.001, 0, 2, 0, "0"},          {-0.001, 0, 2, 0, "-0"},
+        {0.006, 0, 2, 0, "0.01"},         {1.5, 0, 3, S, "1.5"},          {100.0, 0, 2, S, "100"},
+        {1.5, 8, 3, T, "   1.5  "},       {1.5, 8, 3, T | L, "1.5     "}, {100.0, 0, 0, T, "1  "},
+        {0.05, 0, 3, 0, "0.050"},         {0.05, 0, 3, S, "0.05"},        {123.456, 0, 6, 0, "123.456000"},
+        {-0.0, 0, 2, 0, "0"},      {1e-7, 0, 9, 0, "0.000000100"}, {99.9999999, 0, 2, 0, "100.00"},
+        {1e20, 0, 1, 0, "100000000000000000000.0"}, {1.0, 3, 2, L | Z, "1.00"},
+    };
+    for (const Case& c : cases) Check(lscvtFdigit, "F", c);
+}
+
+TEST(LscvtDigits, EForm) {
+    const Case cases[] = {
+        {1234.5678, 0, 6, 0, "1.234568e+003"}, {1500.0, 0, 2, U, "1.50E+003"},
+        {1500.0, 14, 2, Z, "000001.50e+003"}, {-1500.0, 14, 2, 0, "    -1.50e+003"},
+        {1500.0, 14, 2, L, "1.50e+003     "}, {1.5, 0, 0, 0, "2e+000"},
+        {1.5, 0, 0, A, "2.e+000"},             {1.5, 0, 3, S, "1.5e+000"},
+        {1.0, 0, 3, S, "1.e+000"},             {1.0203, 0, 4, S, "1.0203e+000"},
+        {1.5, 0, 3, T, "1.5  e+000"},          {1.5, 14, 3, T | L, "1.5e+000      "},
+        {1e-10, 0, 6, 0, "1.000000e-010"},     {1.5e123, 0, 6, 0, "1.500000e+123"},
+        {0.0, 0, 2, 0, "0.00e+000"},           {9.9999, 0, 2, 0, "1.00e+001"},
+        {5e-324, 0, 1, 0, "4.9e-324"},         {1.0, 0, 1, P, "+1.0e+000"},
+    };
+    for (const Case& c : cases) Check(lscvtEdigit, "E", c);
+}
+
+TEST(LscvtDigits, GForm) {
+    const Case cases[] = {
+        {0.0, 0, 6, 0, "0"},           {1.0, 0, 6, 0, "1"},           {-100.0, 0, 6, 0, "-100"},
+        {1.5, 0, 6, 0, "1.5"},         {3.14159, 0, 6, 0, "3.14159"}, {1234.5678, 0, 6, 0, "1234.57"},
+        {123456.0, 0, 6, 0, "123456"}, {1234567.0, 0, 6, 0, "1e+006"}, {123456789.0, 0, 6, 0, "1e+008"},
+        {1.5e123, 0, 6, 0, "2e+123"},  {0.001, 0, 6, 0, "0.001"},     {0.000012345, 0, 6, 0, "0.000012345"},
+        {1e-10, 0, 6, 0, "1.e-010"},   {1.5, 8, 6, 0, "     1.5"},   {1234567.0, 8, 6, U | L, "1234567 "}, {1234567.0, 6, 6, U | L, "1E+006"},
+    };
+    for (const Case& c : cases) Check(lscvtGdigit, "G", c);
+}
+
+TEST(LscvtDigits, NotFiniteWritesNothing) {
+    char buffer[16] = "untouched";
+    for (Digit f : {lscvtEdigit, lscvtFdigit, lscvtGdigit}) {
+        EXPECT_EQ(f(HUGE_VAL, buffer, 5, 2, 0), -1);
+        EXPECT_EQ(f(-HUGE_VAL, buffer, 5, 2, 0), -1);
+        EXPECT_EQ(f(std::nan(""), buffer, 5, 2, 0), -1);
+    }
+    EXPECT_STREQ(buffer, "untouched");
+}
+
+// G builds the F text first in the destination and keeps it when it is no
+// longer than E. The digits are exact, so a tiny value's E text has all 306
+// of its significant digits and F, with the six that count, is shorter. A
+// wide field goes through a block of its own for E.
+TEST(LscvtDigits, GOfTinyValuesAndWideFields) {
+    std::string big(4000, 'x');
+    int n = lscvtGdigit(1.2345678901234567e-300, big.data(), 0, 6, 0);
+    EXPECT_EQ(n, 307);
+    EXPECT_EQ(std::string(big.c_str()), "0." + std::string(299, '0') + "123457");
+    n = lscvtGdigit(1e300, big.data(), 300, 6, LSCVT_LEFT);  // F is 301 digits, E fits the field
+    EXPECT_EQ(n, 300);
+    EXPECT_EQ(std::string(big.c_str()), "1e+300" + std::string(294, ' '));
+}
+
+// G is the shorter of the F and E forms at d decimals, where d follows from
+// the digits _ecvt gives at the precision; a tie goes to F. Checked on
+// random values, widths, precisions and flags against both forms built here.
+TEST(LscvtDigits, GIsTheShorterOfBothForms) {
+    std::mt19937_64 random(31);
+    std::uniform_real_distribution<double> exponent(-12.0, 12.0);
+    for (int i = 0; i < 20000; ++i) {
+        double v = std::pow(10.0, exponent(random)) * (random() % 2 ? -1.0 : 1.0);
+        if (i % 7 == 0) v = std::round(v);
+        DWORD width = random() % 3 == 0 ? static_cast<DWORD>(random() % 20) : 0;
+        DWORD precision = static_cast<DWORD>(random() % 12);
+        DWORD flags = static_cast<DWORD>(random() % 0x80) | (random() % 2 ? LSCVT_UPPER : 0);
+        int point, negative;
+        int length = static_cast<int>(std::strlen(orvacrt::_ecvt(v, static_cast<int>(precision), &point, &negative)));
+        DWORD d = length - point > 0 ? static_cast<DWORD>(length - point) : 0;
+        char f[512], e[512], g[512];
+        int fn = lscvtFdigit(v, f, width, d, flags | LSCVT_STRIP);
+        int en = lscvtEdigit(v, e, width, d, flags | LSCVT_STRIP);
+        int gn = lscvtGdigit(v, g, width, precision, flags);
+        ASSERT_STREQ(g, fn <= en ? f : e) << v << " w" << width << " p" << precision << " f" << flags;
+        ASSERT_EQ(gn, fn <= en ? fn : en);
+    }
+}
+
+// The rounding of F at half-way points and their neighbours, at several
+// precisions, against the bias rule worked out in long double: a value goes
+// up exactly when value + bias lies at or beyond the half-way point.
+TEST(LscvtDigits, FRoundsHalfWayPointsUp) {
+    for (int precision = 0; precision <= 6; ++precision) {
+        double scale = std::pow(10.0, precision);
+        for (int k = 0; k < 2000; ++k) {
+            double half = (k + 0.5) / scale;
+            for (double v : {half, std::nextafter(half, 0.0), std::nextafter(half, 1e9), half - 4e-6 / scale}) {
+                char buffer[64];
+                lscvtFdigit(v, buffer, 0, precision, 0);
+                char expected[64];
+                std::snprintf(expected, sizeof expected, "%.*f", precision, v);
+                double parsed = std::strtod(buffer, nullptr);
+                // Never below what the C library writes, and at most one unit above.
+                double unit = 1.0 / scale;
+                EXPECT_GE(parsed + unit / 4, std::strtod(expected, nullptr)) << v << " " << precision;
+                EXPECT_LE(parsed - unit / 4, std::strtod(expected, nullptr) + unit) << v << " " << precision;
+                if (v == half && precision <= 3) {
+                    EXPECT_GE(parsed, v) << "half-way " << v << " " << precision << " gave " << buffer;
+                }
+            }
+        }
+    }
+}
+
+TEST(LscvtHex, Words) {
+    char buffer[16];
+    std::memset(buffer, 0xCC, sizeof buffer);
+    EXPECT_EQ(lscvtDwordToHex(buffer, 255), buffer);
+    EXPECT_STREQ(buffer, "000000FF");
+    EXPECT_STREQ(lscvtDwordToHex(buffer, 0), "00000000");
+    EXPECT_STREQ(lscvtDwordToHex(buffer, 0xFFFFFFFF), "FFFFFFFF");
+    EXPECT_STREQ(lscvtDwordToHex(buffer, 0x0ABCDEF1), "0ABCDEF1");
+    for (const char* t : {"ff", "0xFF", "0XfF", "hFF", "FFh", "FF zz", "FF\tq", "FF\x81\x40", "000000ff"}) {
+        EXPECT_EQ(lscvtHexToDword(t), 255u) << t;
+    }
+    for (const char* t : {"", "0x", "H", " FF", "0"}) EXPECT_EQ(lscvtHexToDword(t), 0u) << t;
+    EXPECT_EQ(lscvtHexToDword("123456789"), 0x23456789u);  // only the last 8 digits count
+    EXPECT_EQ(lscvtHexToDword("G"), 0x10u);                // no check: 'G' is worth 16
+    EXPECT_EQ(lscvtHexToDword("0x12345678h"), 0x12345678u);
+}
+
+TEST(LscvtHex, NullDestinationMarks) {
+    SetLastError(0);
+    EXPECT_EQ(lscvtDwordToHex(nullptr, 1), nullptr);
+    EXPECT_EQ(GetLastError(), LERR_INVALIDARG);
+    SetLastError(0);
+    EXPECT_EQ(lscvtDblToHex(nullptr, 1.0), nullptr);
+    EXPECT_EQ(GetLastError(), LERR_INVALIDARG);
+}
+
+TEST(LscvtHex, Doubles) {
+    char buffer[20];
+    EXPECT_STREQ(lscvtDblToHex(buffer, 1.0), "3FF0000000000000");
+    EXPECT_STREQ(lscvtDblToHex(buffer, -2.0), "C000000000000000");
+    for (const char* t : {"3FF", "0x3FF", "0X3ff", "h3FF", "3FF0000000000000h", "3ff0000000000000 tail"}) {
+        EXPECT_EQ(lscvtHexToDbl(t), 1.0) << t;
+    }
+    EXPECT_EQ(lscvtHexToDbl(""), 0.0);
+    EXPECT_EQ(lscvtHexToDbl("3FF00000000000001234"), 1.0);  // beyond 16 digits is ignored
+    std::mt19937_64 random(99);
+    for (int i = 0; i < 20000; ++i) {
+        uint64_t bits = random();
+        double v;
+        std::memcpy(&v, &bits, sizeof v);
+        if (!std::isfinite(v)) continue;
+        lscvtDblToHex(buffer, v);
+        double back = lscvtHexToDbl(buffer);
+        ASSERT_EQ(std::memcmp(&back, &v, sizeof v), 0) << buffer;
+    }
+}
+
+TEST(LscvtRoundDecLevel, TrimsTrailingZeros) {
+    struct R {
+        double value;
+        int level;
+        const char* text;
+    } cases[] = {
+        {1.5, 0, "1.5"},       {1.0, 0, "1"},          {100.0, 0, "100"}, {1.0, 2, "1.00"},
+        {1.23456789, 3, "1.234568"}, {1.5, 6, "1.500000"}, {1.5, 10, "1.500000"}, {-2.5, 1, "-2.5"},
+        {0.0, 0, "0"},         {1.25, 1, "1.25"},      {-0.5, -3, "-0.5"},
+    };
+    for (const R& c : cases) EXPECT_STREQ(lscvtRoundDecLevel(c.value, c.level), c.text) << c.value << " " << c.level;
+}
+
+}  // namespace
