@@ -178,6 +178,25 @@ inline AvlLink** SlotOf(AvlLink* parent, AvlLink* child) {
 // function marks.
 enum class Outcome { kDone, kDuplicate, kCorrupted, kUnheld };
 
+// ---- failures ------------------------------------------------------------------
+// Kept out of line and reached by tail calls, so that the fast paths need no
+// frame. Each marks at its caller's position and gives the caller's result.
+
+// A refusal: the reason into the last error, then the mark.
+template <class R>
+[[gnu::cold, gnu::noinline]] R Refuse(DWORD error, DWORD position, R result) {
+    SetLastError(error);
+    ldbgSetMarkErr(position);
+    return result;
+}
+
+// A mark that leaves the last error as it is.
+template <class R>
+[[gnu::cold, gnu::noinline]] R Marked(DWORD position, R result) {
+    ldbgSetMarkErr(position);
+    return result;
+}
+
 // ---- insertion --------------------------------------------------------------------
 
 // Growth in x's subtree on side s: x's new subtree root, null for a corrupted
@@ -253,6 +272,23 @@ Outcome Insert(AvlTree* t, AvlLink* n, const Order& order) {
         if (!taller) return Outcome::kDone;
         x = up;
     }
+}
+
+// The bookkeeping after an insertion: the count, or the failure's mark.
+inline int Inserted(AvlTree* t, Outcome done) {
+    if (done == Outcome::kDone) {
+        ++t->entryNum;
+        return 1;
+    }
+    if (done == Outcome::kDuplicate) return Refuse(LERR_AVLDUPLICATE, LDE_MARKPOS(), 0);
+    if (done == Outcome::kUnheld) return Marked(LDE_MARKPOS(), 0);
+    return 0;
+}
+
+// The comparator's instance stays out of line, so that the default path of
+// lavlIns keeps to a handful of registers.
+[[gnu::noinline]] int InsertByComparator(AvlTree* t, AvlLink* n, void* node) {
+    return Inserted(t, Insert(t, n, CallerOrder{t, node}));
 }
 
 // ---- deletion ----------------------------------------------------------------------
@@ -371,25 +407,6 @@ Outcome Remove(AvlTree* t, AvlLink* a) {
     }
 }
 
-// ---- failures ------------------------------------------------------------------
-// Kept out of line and reached by tail calls, so that the fast paths need no
-// frame. Each marks at its caller's position and gives the caller's result.
-
-// A refusal: the reason into the last error, then the mark.
-template <class R>
-[[gnu::cold, gnu::noinline]] R Refuse(DWORD error, DWORD position, R result) {
-    SetLastError(error);
-    ldbgSetMarkErr(position);
-    return result;
-}
-
-// A mark that leaves the last error as it is.
-template <class R>
-[[gnu::cold, gnu::noinline]] R Marked(DWORD position, R result) {
-    ldbgSetMarkErr(position);
-    return result;
-}
-
 // ---- search --------------------------------------------------------------------
 
 // Where a descent fell off at x without an exact match: x sorts after the key
@@ -423,25 +440,9 @@ inline int SearchIn(AvlTree* t, const Order& order, void** node, int mode) {
     }
 }
 
-// The comparator's instances stay out of line, so that the default paths of
-// the exported functions keep to a handful of registers.
+// The comparator's instance stays out of line, as for insertion.
 [[gnu::noinline]] int SearchByComparator(AvlTree* t, void* key, void** node, int mode) {
     return SearchIn(t, CallerOrder{t, key}, node, mode);
-}
-
-// The bookkeeping after an insertion: the count, or the failure's mark.
-inline int Inserted(AvlTree* t, Outcome done) {
-    if (done == Outcome::kDone) {
-        ++t->entryNum;
-        return 1;
-    }
-    if (done == Outcome::kDuplicate) return Refuse(LERR_AVLDUPLICATE, LDE_MARKPOS(), 0);
-    if (done == Outcome::kUnheld) return Marked(LDE_MARKPOS(), 0);
-    return 0;
-}
-
-[[gnu::noinline]] int InsertByComparator(AvlTree* t, AvlLink* n, void* node) {
-    return Inserted(t, Insert(t, n, CallerOrder{t, node}));
 }
 
 }  // namespace
