@@ -166,12 +166,35 @@ inline AvlLink* Neighbour(AvlLink* link, bool* broken) {
 }
 
 // The slot in `parent` that holds `child`, or null when it holds it on
-// neither side (a corrupted tree; marked here).
+// neither side (a corrupted tree).
 inline AvlLink** SlotOf(AvlLink* parent, AvlLink* child) {
     if (parent->left == child) return &parent->left;
     if (parent->right == child) return &parent->right;
-    LDE_MARK();
     return nullptr;
+}
+
+// How an insertion or a deletion ended. A corrupted tree shows as kCorrupted,
+// or as kUnheld when a parent did not hold its child, which the exported
+// function marks.
+enum class Outcome { kDone, kDuplicate, kCorrupted, kUnheld };
+
+// ---- failures ------------------------------------------------------------------
+// Kept out of line and reached by tail calls, so that the fast paths need no
+// frame. Each marks at its caller's position and gives the caller's result.
+
+// A refusal: the reason into the last error, then the mark.
+template <class R>
+[[gnu::cold, gnu::noinline]] R Refuse(DWORD error, DWORD position, R result) {
+    SetLastError(error);
+    ldbgSetMarkErr(position);
+    return result;
+}
+
+// A mark that leaves the last error as it is.
+template <class R>
+[[gnu::cold, gnu::noinline]] R Marked(DWORD position, R result) {
+    ldbgSetMarkErr(position);
+    return result;
 }
 
 // ---- insertion --------------------------------------------------------------------
@@ -199,8 +222,6 @@ AvlLink* Grew(AvlLink* x, bool* taller) {
     }
 }
 
-enum class Inserted { kDone, kDuplicate, kCorrupted };
-
 // Puts the cleared link n into the tree.
 //
 // The descent compares n with each visited node and goes on into `left` for a
@@ -212,16 +233,16 @@ enum class Inserted { kDone, kDuplicate, kCorrupted };
 // level above would only store what is already there, so the walk ends. (A
 // call per level cost about 70% more time per insertion than this loop.)
 template <class Order>
-Inserted Insert(AvlTree* t, AvlLink* n, const Order& order) {
+Outcome Insert(AvlTree* t, AvlLink* n, const Order& order) {
     AvlLink* x = t->root;
     if (x == nullptr) {
         t->root = n;
-        return Inserted::kDone;
+        return Outcome::kDone;
     }
     bool left;
     for (;;) {
         intptr_t c = order(x);
-        if (c == 0) return Inserted::kDuplicate;
+        if (c == 0) return Outcome::kDuplicate;
         left = c < 0;
         AvlLink* next = left ? x->left : x->right;
         if (next == nullptr) break;
@@ -238,26 +259,43 @@ Inserted Insert(AvlTree* t, AvlLink* n, const Order& order) {
     for (;;) {
         AvlLink* up = x->parent;
         AvlLink* top = left ? Grew<kLeft>(x, &taller) : Grew<kRight>(x, &taller);
-        if (top == nullptr) return Inserted::kCorrupted;
-        if (!taller && top == x) return Inserted::kDone;  // nothing above changes
+        if (top == nullptr) return Outcome::kCorrupted;
+        if (!taller && top == x) return Outcome::kDone;  // nothing above changes
         if (up == nullptr) {
             t->root = top;
-            return Inserted::kDone;
+            return Outcome::kDone;
         }
         AvlLink** slot = SlotOf(up, x);
-        if (slot == nullptr) return Inserted::kCorrupted;
+        if (slot == nullptr) return Outcome::kUnheld;
         left = slot == &up->left;
         *slot = top;
-        if (!taller) return Inserted::kDone;
+        if (!taller) return Outcome::kDone;
         x = up;
     }
+}
+
+// The bookkeeping after an insertion: the count, or the failure's mark.
+inline int Inserted(AvlTree* t, Outcome done) {
+    if (done == Outcome::kDone) {
+        ++t->entryNum;
+        return 1;
+    }
+    if (done == Outcome::kDuplicate) return Refuse(LERR_AVLDUPLICATE, LDE_MARKPOS(), 0);
+    if (done == Outcome::kUnheld) return Marked(LDE_MARKPOS(), 0);
+    return 0;
+}
+
+// The comparator's instance stays out of line, so that the default path of
+// lavlIns keeps to a handful of registers.
+[[gnu::noinline]] int InsertByComparator(AvlTree* t, AvlLink* n, void* node) {
+    return Inserted(t, Insert(t, n, CallerOrder{t, node}));
 }
 
 // ---- deletion ----------------------------------------------------------------------
 
 // Puts b, the rightmost link of a's left subtree, in a's place and a in b's.
-// Only links move; the nodes stay where they are. False (after a mark) when a
-// parent does not hold its child.
+// Only links move; the nodes stay where they are. False when a parent does
+// not hold its child.
 inline bool Exchange(AvlLink* a, AvlLink* b) {
     AvlLink* aParent = a->parent;
     AvlLink** aSlot = nullptr;
@@ -270,10 +308,7 @@ inline bool Exchange(AvlLink* a, AvlLink* b) {
         b->left = a;
         a->parent = b;
     } else {
-        if (bParent->right != b) {
-            LDE_MARK();
-            return false;
-        }
+        if (bParent->right != b) return false;
         b->left = a->left;
         b->left->parent = b;
         bParent->right = a;
@@ -319,16 +354,16 @@ AvlLink* Shrank(AvlLink* x, bool* shrank) {
     }
 }
 
-// Unlinks a link that is in the tree; false for a corrupted tree. The link
-// itself keeps whatever it holds afterwards.
-bool Remove(AvlTree* t, AvlLink* a) {
+// Unlinks a link that is in the tree. The link itself keeps whatever it
+// holds afterwards.
+Outcome Remove(AvlTree* t, AvlLink* a) {
     // With a left child, a trades places with its predecessor b first; then
     // it has no right child, and its only child c (if any) takes its place.
     AvlLink* exchanged = nullptr;  // b, when it has become the root
     AvlLink* c;
     if (a->left != nullptr) {
         AvlLink* b = Extreme<kRight>(a->left);
-        if (!Exchange(a, b)) return false;
+        if (!Exchange(a, b)) return Outcome::kUnheld;
         if (b->parent == nullptr) exchanged = b;
         c = a->left;
     } else {
@@ -338,10 +373,10 @@ bool Remove(AvlTree* t, AvlLink* a) {
     if (p == nullptr) {  // a was the root, with no exchange
         if (c != nullptr) c->parent = nullptr;
         t->root = c;
-        return true;
+        return Outcome::kDone;
     }
     AvlLink** slot = SlotOf(p, a);
-    if (slot == nullptr) return false;
+    if (slot == nullptr) return Outcome::kUnheld;
     bool shrankLeft = slot == &p->left;
     *slot = c;
     if (c != nullptr) c->parent = p;
@@ -351,14 +386,14 @@ bool Remove(AvlTree* t, AvlLink* a) {
         AvlLink* up = p->parent;
         bool shrank = true;
         AvlLink* top = shrankLeft ? Shrank<kLeft>(p, &shrank) : Shrank<kRight>(p, &shrank);
-        if (top == nullptr) return false;
+        if (top == nullptr) return Outcome::kCorrupted;
         if (up == nullptr) {
             t->root = top;
-            return true;
+            return Outcome::kDone;
         }
         if (shrank || top != p) {
             AvlLink** upSlot = SlotOf(up, p);
-            if (upSlot == nullptr) return false;
+            if (upSlot == nullptr) return Outcome::kUnheld;
             shrankLeft = upSlot == &up->left;
             *upSlot = top;
         }
@@ -366,7 +401,7 @@ bool Remove(AvlTree* t, AvlLink* a) {
             // The rebalancing stopped below the top, so the root is unchanged
             // unless the exchange put b there.
             if (exchanged != nullptr) t->root = exchanged;
-            return true;
+            return Outcome::kDone;
         }
         p = up;
     }
@@ -383,7 +418,7 @@ bool Remove(AvlTree* t, AvlLink* a) {
     bool broken = false;
     if (fellLeft && mode == 2) found = Neighbour<kLeft>(x, &broken);
     if (!fellLeft && mode == 1) found = Neighbour<kRight>(x, &broken);
-    if (broken) LDE_MARK();
+    if (broken) return Marked(LDE_MARKPOS(), 2);
     if (found == nullptr) return 2;
     *node = NodeOf(t, found);
     return 1;
@@ -405,21 +440,9 @@ inline int SearchIn(AvlTree* t, const Order& order, void** node, int mode) {
     }
 }
 
-// The comparator's instances stay out of line, so that the default paths of
-// the exported functions keep to a handful of registers.
+// The comparator's instance stays out of line, as for insertion.
 [[gnu::noinline]] int SearchByComparator(AvlTree* t, void* key, void** node, int mode) {
     return SearchIn(t, CallerOrder{t, key}, node, mode);
-}
-
-[[gnu::noinline]] Inserted InsertByComparator(AvlTree* t, AvlLink* n, void* node) {
-    return Insert(t, n, CallerOrder{t, node});
-}
-
-// A refusal: the reason into the last error, then the caller's mark. Kept
-// out of line so that the exported functions' fast paths need no frame.
-[[gnu::cold, gnu::noinline]] void Refuse(DWORD error, DWORD position) {
-    SetLastError(error);
-    ldbgSetMarkErr(position);
 }
 
 }  // namespace
@@ -433,10 +456,7 @@ void* lavlCreate(DWORD linkOffset, LAL_COMPAREPROC compare) {
 }
 
 int lavlDestroy(void* tree) {
-    if (tree == nullptr) {
-        Refuse(ERROR_INVALID_HANDLE, LDE_MARKPOS());
-        return 0;
-    }
+    if (tree == nullptr) return Refuse(ERROR_INVALID_HANDLE, LDE_MARKPOS(), 0);
     return GlobalFree(tree) == nullptr ? 1 : 0;
 }
 
@@ -445,37 +465,25 @@ int lavlIns(void* tree, void* node) {
     AvlLink* n = LinkOf(t, node);
     n->parent = n->right = n->left = nullptr;
     n->balance = kEven;
-    Inserted done = t->compare == nullptr ? Insert(t, n, DefaultOrder{KeyOf(n)}) : InsertByComparator(t, n, node);
-    if (done == Inserted::kDone) {
-        ++t->entryNum;
-        return 1;
-    }
-    if (done == Inserted::kDuplicate) {
-        Refuse(LERR_AVLDUPLICATE, LDE_MARKPOS());
-    }
-    return 0;
+    if (t->compare != nullptr) return InsertByComparator(t, n, node);
+    return Inserted(t, Insert(t, n, DefaultOrder{KeyOf(n)}));
 }
 
 int lavlDel(void* tree, void* node) {
-    if (tree == nullptr) {
-        Refuse(ERROR_INVALID_HANDLE, LDE_MARKPOS());
-        return 0;
-    }
+    if (tree == nullptr) return Refuse(ERROR_INVALID_HANDLE, LDE_MARKPOS(), 0);
     AvlTree* t = TreeOf(tree);
-    if (t->entryNum == 0) {
-        LDE_MARK();
-        return 0;
+    if (t->entryNum == 0) return Marked(LDE_MARKPOS(), 0);
+    Outcome done = Remove(t, LinkOf(t, node));
+    if (done == Outcome::kDone) {
+        --t->entryNum;
+        return 1;
     }
-    if (!Remove(t, LinkOf(t, node))) return 0;
-    --t->entryNum;
-    return 1;
+    if (done == Outcome::kUnheld) return Marked(LDE_MARKPOS(), 0);
+    return 0;
 }
 
 int lavlSearch(void* tree, void* key, void** node, int mode) {
-    if (tree == nullptr || key == nullptr || mode < 0 || mode > 2) {
-        Refuse(LERR_INVALIDARG, LDE_MARKPOS());
-        return -1;
-    }
+    if (tree == nullptr || key == nullptr || mode < 0 || mode > 2) return Refuse(LERR_INVALIDARG, LDE_MARKPOS(), -1);
     AvlTree* t = TreeOf(tree);
     *node = nullptr;
     if (t->root == nullptr) return 2;
@@ -484,18 +492,12 @@ int lavlSearch(void* tree, void* key, void** node, int mode) {
 }
 
 DWORD lavlGetEntryNum(void* tree) {
-    if (tree == nullptr) {
-        Refuse(LERR_INVALIDARG, LDE_MARKPOS());
-        return 0xFFFFFFFFu;
-    }
+    if (tree == nullptr) return Refuse(LERR_INVALIDARG, LDE_MARKPOS(), DWORD{0xFFFFFFFFu});
     return TreeOf(tree)->entryNum;
 }
 
 void* lavlGetFirstNode(void* tree, void* start, ULONG_PTR end) {
-    if (tree == nullptr) {
-        Refuse(LERR_INVALIDARG, LDE_MARKPOS());
-        return nullptr;
-    }
+    if (tree == nullptr) return Refuse<void*>(LERR_INVALIDARG, LDE_MARKPOS(), nullptr);
     AvlTree* t = TreeOf(tree);
     if (t->root == nullptr) return nullptr;
     AvlLink* top = start == nullptr ? t->root : LinkOf(t, start);
@@ -505,37 +507,25 @@ void* lavlGetFirstNode(void* tree, void* start, ULONG_PTR end) {
 }
 
 void* lavlGetNextNode(void* tree, void* node, int direction) {
-    if (tree == nullptr) {
-        Refuse(ERROR_INVALID_HANDLE, LDE_MARKPOS());
-        return nullptr;
-    }
-    if (node == nullptr) {
-        Refuse(LERR_INVALIDARG, LDE_MARKPOS());
-        return nullptr;
-    }
+    if (tree == nullptr) return Refuse<void*>(ERROR_INVALID_HANDLE, LDE_MARKPOS(), nullptr);
+    if (node == nullptr) return Refuse<void*>(LERR_INVALIDARG, LDE_MARKPOS(), nullptr);
     AvlTree* t = TreeOf(tree);
     bool broken = false;
     AvlLink* link = LinkOf(t, node);
     AvlLink* next = direction == 1 ? Neighbour<kRight>(link, &broken) : Neighbour<kLeft>(link, &broken);
     if (next != nullptr) return NodeOf(t, next);
-    if (broken) LDE_MARK();
+    if (broken) return Marked<void*>(LDE_MARKPOS(), nullptr);
     return nullptr;
 }
 
 int lavlEnum(void* tree, ULONG_PTR value, LAL_ENUMPROC callback, ULONG_PTR* accumulator) {
-    if (tree == nullptr) {
-        Refuse(LERR_INVALIDARG, LDE_MARKPOS());
-        return 0;
-    }
+    if (tree == nullptr) return Refuse(LERR_INVALIDARG, LDE_MARKPOS(), 0);
     AvlTree* t = TreeOf(tree);
     if (t->root == nullptr) return 1;
     bool broken = false;
     for (AvlLink* link = Extreme<kLeft>(t->root); link != nullptr; link = Neighbour<kRight>(link, &broken)) {
         if (callback(value, NodeOf(t, link), accumulator) == 0) return 0;
     }
-    if (broken) {
-        LDE_MARK();
-        return 0;
-    }
+    if (broken) return Marked(LDE_MARKPOS(), 0);
     return 1;
 }
