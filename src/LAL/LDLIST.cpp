@@ -42,19 +42,25 @@ int ldlistDestroy(void* list) {
 int ldlistIns(void* list, void* node, void* after) {
     ListRecord* rec = RecordOf(list);
     DLink* a;
-    if (after == nullptr) {
-        a = Head(rec);
-    } else if (after == reinterpret_cast<void*>(~ULONG_PTR{0})) {
-        a = Tail(rec)->prev;
+    DLink* b;
+    if (after == reinterpret_cast<void*>(~ULONG_PTR{0})) {
+        // Appending: b is the tail sentinel itself, which saves reading a
+        // link that the previous append has only just written.
+        b = Tail(rec);
+        a = b->prev;
     } else {
-        if (rec->entryNum == 0) {
-            LDE_MARK();
-            return 0;
+        if (after == nullptr) {
+            a = Head(rec);
+        } else {
+            if (rec->entryNum == 0) {
+                LDE_MARK();
+                return 0;
+            }
+            a = Link(rec, after);
         }
-        a = Link(rec, after);
+        b = a->next;
     }
     DLink* x = Link(rec, node);
-    DLink* b = a->next;
     b->prev = x;
     a->next = x;
     x->prev = a;

@@ -34,19 +34,24 @@ int lslistDestroy(void* list) {
 int lslistIns(void* list, void* node, void* after) {
     ListRecord* rec = RecordOf(list);
     LinkHead* a;
-    if (after == nullptr) {
-        a = rec->head;
-    } else if (after == reinterpret_cast<void*>(~ULONG_PTR{0})) {
+    LinkHead* b;
+    if (after == reinterpret_cast<void*>(~ULONG_PTR{0})) {
+        // Appending: behind the last link stands the tail sentinel.
         a = rec->last;
+        b = rec->tail;
     } else {
-        if (rec->entryNum == 0) {
-            LDE_MARK();
-            return 0;
+        if (after == nullptr) {
+            a = rec->head;
+        } else {
+            if (rec->entryNum == 0) {
+                LDE_MARK();
+                return 0;
+            }
+            a = lal::LinkOf(rec, after);
         }
-        a = lal::LinkOf(rec, after);
+        b = a->next;
     }
     LinkHead* x = lal::LinkOf(rec, node);
-    LinkHead* b = a->next;
     if (b == rec->tail) rec->last = x;
     a->next = x;
     x->next = b;
