@@ -15,6 +15,8 @@
 
 #include <orvanest/ORVANEST.h>
 
+#include "support/marks.h"
+
 namespace {
 
 // The link as the tree lays it out in a node.
@@ -46,25 +48,14 @@ int CompareField(void* first, void* second) {
     return a < b ? -1 : (a > b ? 1 : 0);
 }
 
-const DWORD kProbeError = 0x2BADBEEF;  // what the latest mark holds when none was made
-const DWORD kCallerError = 0x0BADC0DE;  // the last error a call finds
+using orvatest::kCallerError;
+using orvatest::kProbeError;
+using orvatest::LatestMarkError;
 
 // Makes the thread's latest mark hold kProbeError.
 void ArmMarkProbe() {
     SetLastError(kProbeError);
     ldbgSetMarkErr(0);
-}
-
-// The last error that the thread's latest mark kept; the last error itself
-// stays as it was.
-DWORD LatestMarkError() {
-    DWORD saved = GetLastError();
-    SetLastError(0);
-    ldbgCloseSetErr();
-    ldbgOpenSetErr();
-    DWORD kept = GetLastError();
-    SetLastError(saved);
-    return kept;
 }
 
 struct Layout {
