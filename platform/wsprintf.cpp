@@ -1,7 +1,7 @@
 // wsprintfA and wvsprintfA: a small printf for integers, characters and
 // strings, with the 1024-byte limit of one formatted text.
 //
-// One pass over the format. Each conversion is parsed into a Spec, its
+// One pass over the format. Each conversion is parsed into a record, its
 // argument is fetched by the size prefix, and the body (digits or string) is
 // laid out with sign, prefix, zeros and padding as the flags say, in the same
 // order C's printf uses. Output goes through a Sink that stops storing at the
@@ -40,7 +40,7 @@ private:
     size_t len_ = 0;
 };
 
-struct Spec {
+struct Conversion {
     bool left = false;   // '-'
     bool zero = false;   // '0'
     bool alt = false;    // '#'
@@ -61,43 +61,43 @@ int ReadNumber(const char*& f) {
     return n;
 }
 
-const char* ParseSpec(const char* f, Spec* spec) {
+const char* ParseConversion(const char* f, Conversion* conv) {
     for (;; ++f) {
         switch (*f) {
-        case '-': spec->left = true; continue;
-        case '0': spec->zero = true; continue;
-        case '#': spec->alt = true; continue;
-        case '+': spec->plus = true; continue;
-        case ' ': spec->blank = true; continue;
+        case '-': conv->left = true; continue;
+        case '0': conv->zero = true; continue;
+        case '#': conv->alt = true; continue;
+        case '+': conv->plus = true; continue;
+        case ' ': conv->blank = true; continue;
         default: break;
         }
         break;
     }
-    spec->width = ReadNumber(f);
+    conv->width = ReadNumber(f);
     if (*f == '.') {
         ++f;
-        spec->precision = ReadNumber(f);
+        conv->precision = ReadNumber(f);
     }
-    if (*f == 'h' || *f == 'l') spec->size = *f++;
+    if (*f == 'h' || *f == 'l') conv->size = *f++;
     return f;
 }
 
 // Pads a finished body to the width: spaces in front, or behind with '-'.
-void EmitPadded(Sink& sink, const Spec& spec, const char* body, size_t n) {
-    int pad = spec.width > static_cast<int>(n) ? spec.width - static_cast<int>(n) : 0;
-    if (!spec.left) sink.Repeat(' ', pad);
+void EmitPadded(Sink& sink, const Conversion& conv, const char* body, size_t n) {
+    int pad = conv.width > static_cast<int>(n) ? conv.width - static_cast<int>(n) : 0;
+    if (!conv.left) sink.Repeat(' ', pad);
     sink.Put(body, n);
-    if (spec.left) sink.Repeat(' ', pad);
+    if (conv.left) sink.Repeat(' ', pad);
 }
 
 // Lays out one integer: sign or prefix, zeros up to the precision (or up to
 // the width with the '0' flag), digits, padding.
-void EmitInteger(Sink& sink, const Spec& spec, unsigned long long magnitude, bool negative, unsigned base,
+void EmitInteger(Sink& sink, const Conversion& conv, unsigned long long magnitude, bool negative, unsigned base,
                  bool upper, bool isSigned) {
     const char* digitSet = upper ? "0123456789ABCDEF" : "0123456789abcdef";
     char digits[24];
     int n = 0;
-    if (!(magnitude == 0 && spec.precision == 0)) {
+    if (!(magnitude == 0 && conv.precision == 0)) {
         // Each base gets its own loop, so that the division is by a constant
         // (a multiplication) or a shift; decimals of 32-bit arguments, the
         // usual case, take 32-bit arithmetic.
@@ -131,34 +131,34 @@ void EmitInteger(Sink& sink, const Spec& spec, unsigned long long magnitude, boo
         }
     }
     bool nonZero = n > 1 || (n == 1 && digits[0] != '0');
-    int precision = spec.precision < 0 ? 1 : spec.precision;
+    int precision = conv.precision < 0 ? 1 : conv.precision;
     // '#' with octal asks for a leading zero, which a longer precision may
     // already give.
-    if (spec.alt && base == 8 && (n == 0 || digits[n - 1] != '0') && precision <= n) precision = n + 1;
+    if (conv.alt && base == 8 && (n == 0 || digits[n - 1] != '0') && precision <= n) precision = n + 1;
 
     char prefix[2];
     int prefixLen = 0;
     if (isSigned) {
         if (negative) prefix[prefixLen++] = '-';
-        else if (spec.plus) prefix[prefixLen++] = '+';
-        else if (spec.blank) prefix[prefixLen++] = ' ';
-    } else if (spec.alt && base == 16 && nonZero) {
+        else if (conv.plus) prefix[prefixLen++] = '+';
+        else if (conv.blank) prefix[prefixLen++] = ' ';
+    } else if (conv.alt && base == 16 && nonZero) {
         prefix[prefixLen++] = '0';
         prefix[prefixLen++] = upper ? 'X' : 'x';
     }
 
     int zeros = precision > n ? precision - n : 0;
     int used = prefixLen + zeros + n;
-    int pad = spec.width > used ? spec.width - used : 0;
-    if (spec.zero && !spec.left && spec.precision < 0) {
+    int pad = conv.width > used ? conv.width - used : 0;
+    if (conv.zero && !conv.left && conv.precision < 0) {
         zeros += pad;
         pad = 0;
     }
-    if (!spec.left) sink.Repeat(' ', pad);
+    if (!conv.left) sink.Repeat(' ', pad);
     sink.Put(prefix, prefixLen);
     sink.Repeat('0', zeros);
     while (n > 0) sink.Put(digits[--n]);
-    if (spec.left) sink.Repeat(' ', pad);
+    if (conv.left) sink.Repeat(' ', pad);
 }
 
 // Fetches the argument of an integer conversion by its size prefix: 'h'
@@ -174,28 +174,28 @@ unsigned long long UnsignedArg(va_list* ap, char size) {
 }
 
 // Carries out one conversion; false when its type is unknown.
-bool Convert(Sink& sink, const Spec& spec, char type, va_list* ap) {
-    bool wide = spec.size == 'l';
+bool Convert(Sink& sink, const Conversion& conv, char type, va_list* ap) {
+    bool wide = conv.size == 'l';
     switch (type) {
     case 'd':
     case 'i': {
-        long long v = SignedArg(ap, spec.size);
+        long long v = SignedArg(ap, conv.size);
         unsigned long long m = v < 0 ? 0ull - static_cast<unsigned long long>(v) : static_cast<unsigned long long>(v);
-        EmitInteger(sink, spec, m, v < 0, 10, false, true);
+        EmitInteger(sink, conv, m, v < 0, 10, false, true);
         return true;
     }
     case 'u':
-        EmitInteger(sink, spec, UnsignedArg(ap, spec.size), false, 10, false, false);
+        EmitInteger(sink, conv, UnsignedArg(ap, conv.size), false, 10, false, false);
         return true;
     case 'x':
     case 'X':
-        EmitInteger(sink, spec, UnsignedArg(ap, spec.size), false, 16, type == 'X', false);
+        EmitInteger(sink, conv, UnsignedArg(ap, conv.size), false, 16, type == 'X', false);
         return true;
     case 'o':
-        EmitInteger(sink, spec, UnsignedArg(ap, spec.size), false, 8, false, false);
+        EmitInteger(sink, conv, UnsignedArg(ap, conv.size), false, 8, false, false);
         return true;
     case 'p': {
-        Spec full = spec;
+        Conversion full = conv;
         if (full.precision < 0) full.precision = static_cast<int>(2 * sizeof(void*));
         EmitInteger(sink, full, reinterpret_cast<uintptr_t>(va_arg(*ap, void*)), false, 16, true, false);
         return true;
@@ -203,15 +203,15 @@ bool Convert(Sink& sink, const Spec& spec, char type, va_list* ap) {
     case 'c': {
         if (wide) return false;
         char c = static_cast<char>(va_arg(*ap, int));
-        EmitPadded(sink, spec, &c, 1);
+        EmitPadded(sink, conv, &c, 1);
         return true;
     }
     case 's': {
         if (wide) return false;
         const char* s = va_arg(*ap, const char*);
         if (s == nullptr) s = "(null)";
-        size_t n = spec.precision < 0 ? std::strlen(s) : strnlen(s, static_cast<size_t>(spec.precision));
-        EmitPadded(sink, spec, s, n);
+        size_t n = conv.precision < 0 ? std::strlen(s) : strnlen(s, static_cast<size_t>(conv.precision));
+        EmitPadded(sink, conv, s, n);
         return true;
     }
     default:
@@ -231,12 +231,12 @@ int wvsprintfA(LPSTR lpOut, LPCSTR lpFmt, va_list arglist) {
             sink.Put(*f++);
             continue;
         }
-        Spec spec;
-        f = ParseSpec(f + 1, &spec);
+        Conversion conv;
+        f = ParseConversion(f + 1, &conv);
         char type = *f;
         if (type == '\0') break;
         ++f;
-        if (!Convert(sink, spec, type, &ap)) sink.Put(type);
+        if (!Convert(sink, conv, type, &ap)) sink.Put(type);
     }
     va_end(ap);
     return sink.Finish();
