@@ -105,7 +105,7 @@ namespace lal {
 
 // The search upwards after the word at pos held no hit: word by word near
 // start, then skipping vector blocks; the block ends in a whole word.
-DWORD ContinueUp(const BitTable* t, long pos, DWORD last, uint64_t flip) {
+__attribute__((noinline)) DWORD ContinueUp(const BitTable* t, long pos, DWORD last, uint64_t flip) {
     const BYTE* const bits = t->bits;
     const long blockBytes = BlockBytes(t->byteSize);
     const long lastWord = static_cast<long>(last >> 6) * 8;
@@ -120,7 +120,7 @@ DWORD ContinueUp(const BitTable* t, long pos, DWORD last, uint64_t flip) {
 }
 
 // The search downwards after the word at pos held no hit.
-DWORD ContinueDown(const BitTable* t, long pos, uint64_t flip) {
+__attribute__((noinline)) DWORD ContinueDown(const BitTable* t, long pos, uint64_t flip) {
     const BYTE* const bits = t->bits;
     const long skipAt = pos - kBytesBeforeSkipping;
     for (;;) {
