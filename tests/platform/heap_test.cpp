@@ -76,19 +76,6 @@ TEST_F(HeapTest, UnlockCountsDownMovableLocks) {
     GlobalFree(h);
 }
 
-TEST_F(HeapTest, ManyBlocksStayDistinctThroughGrowthAndFrees) {
-    std::vector<HGLOBAL> blocks;
-    for (int i = 0; i < 20000; ++i) {
-        blocks.push_back(GlobalAlloc(GMEM_FIXED, 1 + i % 97));
-        ASSERT_NE(blocks.back(), nullptr);
-    }
-    for (size_t i = 0; i < blocks.size(); i += 2) ASSERT_EQ(GlobalFree(blocks[i]), nullptr);
-    for (size_t i = 0; i < blocks.size(); ++i) {
-        ASSERT_EQ(GlobalSize(blocks[i]), i % 2 ? 1 + i % 97 : 0u) << i;
-    }
-    for (size_t i = 1; i < blocks.size(); i += 2) ASSERT_EQ(GlobalFree(blocks[i]), nullptr);
-}
-
 // Frees pull later entries of a cluster back into the gap; a seeded mix of
 // allocations and frees in random order, checked against a model, shows that
 // every live block stays findable and no freed one is.
@@ -153,12 +140,8 @@ TEST_F(HeapTest, InjectedFailuresHitTheNthCallOnceOrFromThenOn) {
     OrvaFaultArm(ORVA_FAULT_GLOBALALLOC, 3, ERROR_NOT_ENOUGH_MEMORY, FALSE);
     std::vector<HGLOBAL> got;
     for (int i = 0; i < 5; ++i) got.push_back(GlobalAlloc(GMEM_FIXED, 16));
-    EXPECT_NE(got[0], nullptr);
-    EXPECT_NE(got[1], nullptr);
-    EXPECT_EQ(got[2], nullptr);
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(got[i] == nullptr, i == 2) << i;
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY));
-    EXPECT_NE(got[3], nullptr);
-    EXPECT_NE(got[4], nullptr);
     EXPECT_EQ(OrvaFaultInjected(ORVA_FAULT_GLOBALALLOC), 1u);
 
     OrvaFaultArm(ORVA_FAULT_GLOBALLOCK, 2, ERROR_INVALID_HANDLE, TRUE);

@@ -44,12 +44,9 @@ Digits ReferenceE(double a, int count) {
     int point = std::atoi(std::strchr(buffer, 'e') + 1) + 1;
     std::string kept = all.substr(0, count);
     if (all[count] >= '5' && Increment(kept)) {
-        kept = "1" + kept.substr(0, kept.size() - (kept.empty() ? 0 : 1));
+        kept = "1" + kept.substr(1);
         ++point;
-        if (count == 0) kept = "1";
     }
-    if (count == 0) kept = all[0] >= '5' ? "1" : "";
-    if (count == 0 && all[0] >= '5') point = std::atoi(std::strchr(buffer, 'e') + 1) + 2;
     return {kept, point};
 }
 
@@ -69,17 +66,15 @@ Digits ReferenceF(double a, int places) {
     return {kept, static_cast<int>(kept.size()) - places};
 }
 
-Digits Ecvt(double v, int count, int* negative) {
-    int point = 12345;
-    const char* s = orvacrt::_ecvt(v, count, &point, negative);
-    return {s, point};
-}
+using Cvt = char* (*)(double, int, int*, int*);
 
-Digits Fcvt(double v, int places, int* negative) {
+Digits Run(Cvt cvt, double v, int n, int* negative) {
     int point = 12345;
-    const char* s = orvacrt::_fcvt(v, places, &point, negative);
+    const char* s = cvt(v, n, &point, negative);
     return {s, point};
 }
+Digits Ecvt(double v, int count, int* negative) { return Run(orvacrt::_ecvt, v, count, negative); }
+Digits Fcvt(double v, int places, int* negative) { return Run(orvacrt::_fcvt, v, places, negative); }
 
 void ExpectBoth(double v) {
     for (int count = 1; count <= 20; ++count) {
@@ -94,29 +89,19 @@ void ExpectBoth(double v) {
     }
 }
 
+// What the reference below does not cover: no digits at all, signs of zero,
+// values held just off a half-way point, and values with no digits.
 TEST(CvtTest, WorkedCases) {
     int negative;
-    EXPECT_EQ(Ecvt(1234.5, 6, &negative), (Digits{"123450", 4}));
-    EXPECT_EQ(Ecvt(0.00123, 3, &negative), (Digits{"123", -2}));
-    EXPECT_EQ(Ecvt(9.96, 2, &negative), (Digits{"10", 2}));
-    EXPECT_EQ(Ecvt(2.5, 1, &negative), (Digits{"3", 1}));  // a tie goes away from zero
-    EXPECT_EQ(Ecvt(-0.125, 2, &negative), (Digits{"13", 0}));
-    EXPECT_EQ(negative, 1);
-    EXPECT_EQ(Ecvt(250.0, 1, &negative), (Digits{"3", 3}));
     EXPECT_EQ(Ecvt(0.0, 4, &negative), (Digits{"0000", 1}));
     EXPECT_EQ(Ecvt(7.0, 0, &negative), (Digits{"1", 2}));
     EXPECT_EQ(Ecvt(4.9, 0, &negative), (Digits{"", 1}));
-    EXPECT_EQ(Fcvt(0.006, 2, &negative), (Digits{"1", -1}));
-    EXPECT_EQ(Fcvt(0.001, 2, &negative), (Digits{"", -2}));
-    EXPECT_EQ(Fcvt(0.0001, 2, &negative), (Digits{"", -3}));
-    EXPECT_EQ(Fcvt(1234.5, 0, &negative), (Digits{"1235", 4}));
-    EXPECT_EQ(Fcvt(0.5, 0, &negative), (Digits{"1", 1}));
+    EXPECT_EQ(Ecvt(-0.125, 2, &negative), (Digits{"13", 0}));
+    EXPECT_EQ(negative, 1);
     EXPECT_EQ(Fcvt(99.995, 2, &negative), (Digits{"10000", 3}));  // held above the half-way point
     EXPECT_EQ(Fcvt(9.995, 2, &negative), (Digits{"999", 1}));     // held below it
-    EXPECT_EQ(Fcvt(0.0, 3, &negative), (Digits{"", 0}));
     EXPECT_EQ(Fcvt(-0.0, 3, &negative), (Digits{"", 0}));
     EXPECT_EQ(negative, 1);
-    EXPECT_EQ(Fcvt(1e22, 1, &negative), (Digits{"100000000000000000000000", 23}));
     EXPECT_EQ(Ecvt(HUGE_VAL, 5, &negative), (Digits{"", 0}));
     EXPECT_EQ(Fcvt(std::nan(""), 5, &negative), (Digits{"", 0}));
 }

@@ -275,8 +275,7 @@ TEST(Seh, AnExceptionFromAFilterLeavesThroughTheFaultingCode) {
     EXPECT_EQ(controlAtCatch, control) << "the faulting code's rounding, not the handler's";
 }
 
-// Recursion that outruns the stack, inside a frame: the handler runs on the
-// alternate stack and the frame's handler gets an access violation.
+// Recursion that outruns the stack.
 volatile bool g_deepEnough = false;  // never set: the recursion ends in a fault
 
 int Deep(int n) {
@@ -286,30 +285,36 @@ int Deep(int n) {
     return Deep(n + 1) + pad[0];
 }
 
-TEST(Seh, StackOverflowIsAnAccessViolation) {
-    Seen seen;
-    BOOL completed = OrvaTryExcept([] { Deep(0); },
-                                   [&](EXCEPTION_POINTERS* info) { return Record(seen, info, EXCEPTION_EXECUTE_HANDLER); },
-                                   [&](const EXCEPTION_RECORD*) { ++seen.handlerCalls; });
-    EXPECT_EQ(completed, FALSE);
-    EXPECT_EQ(seen.code, EXCEPTION_ACCESS_VIOLATION);
-    EXPECT_EQ(seen.kind, 1u) << "the push that overflowed writes";
-    EXPECT_EQ(seen.handlerCalls, 1);
-}
-
-TEST(Seh, IntegerDivideByZeroIsDescribed) {
-    Seen seen;
-    BOOL completed = OrvaTryExcept(
-        [] {
-            // Straight to the instruction: the compiler may not see the zero.
-            int dividend = 7;
-            int divisor = 0;
-            __asm__ volatile("cltd\n\tidivl %2" : "+a"(dividend) : "d"(0), "r"(divisor) : "cc");
-        },
-        [&](EXCEPTION_POINTERS* info) { return Record(seen, info, EXCEPTION_EXECUTE_HANDLER); },
-        [](const EXCEPTION_RECORD*) {});
-    EXPECT_EQ(completed, FALSE);
-    EXPECT_EQ(seen.code, EXCEPTION_INT_DIVIDE_BY_ZERO);
+TEST(Seh, StackOverflowAndIntegerDivideAreDescribed) {
+    struct Case {
+        const char* what;
+        void (*body)();
+        DWORD code;
+        ULONG_PTR kind;
+    } cases[] = {
+        // The handler runs on the alternate stack; the push that overflowed writes.
+        {"stack overflow", [] { Deep(0); }, EXCEPTION_ACCESS_VIOLATION, 1},
+        {"divide by zero",
+         [] {
+             // Straight to the instruction: the compiler may not see the zero.
+             int dividend = 7;
+             int divisor = 0;
+             __asm__ volatile("cltd\n\tidivl %2" : "+a"(dividend) : "d"(0), "r"(divisor) : "cc");
+         },
+         EXCEPTION_INT_DIVIDE_BY_ZERO, ~ULONG_PTR{0}},
+    };
+    for (const Case& c : cases) {
+        Seen seen;
+        BOOL completed = OrvaTryExcept(c.body,
+                                       [&](EXCEPTION_POINTERS* info) { return Record(seen, info, EXCEPTION_EXECUTE_HANDLER); },
+                                       [&](const EXCEPTION_RECORD*) { ++seen.handlerCalls; });
+        EXPECT_EQ(completed, FALSE) << c.what;
+        EXPECT_EQ(seen.code, c.code) << c.what;
+        if (c.kind != ~ULONG_PTR{0}) {
+            EXPECT_EQ(seen.kind, c.kind) << c.what;
+        }
+        EXPECT_EQ(seen.handlerCalls, 1) << c.what;
+    }
 }
 
 // Each thread's faults go to its own frames.
@@ -348,21 +353,16 @@ void ExitFromEarlierHandler(int, siginfo_t* info, void*) {
     _exit(info->si_addr != nullptr ? 42 : 43);
 }
 
-// Installs a handler of the test's own, then runs a frame whose filter
-// declines: the fault must reach the test's handler.
-void DeclineWithEarlierHandler() {
-    struct sigaction action = {};
-    action.sa_sigaction = ExitFromEarlierHandler;
-    action.sa_flags = SA_SIGINFO;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGSEGV, &action, nullptr);
-    Region region(1);
-    OrvaTryExcept([&] { ReadByte(region.Page(0)); },
-                  [](EXCEPTION_POINTERS*) -> LONG { return EXCEPTION_CONTINUE_SEARCH; },
-                  [](const EXCEPTION_RECORD*) {});
-}
-
-void DeclineWithDefaultHandler() {
+// A frame whose filter declines, after a SIGSEGV handler of the test's own
+// when `earlier` is set: the fault must go on past our frames.
+void Decline(bool earlier) {
+    if (earlier) {
+        struct sigaction action = {};
+        action.sa_sigaction = ExitFromEarlierHandler;
+        action.sa_flags = SA_SIGINFO;
+        sigemptyset(&action.sa_mask);
+        sigaction(SIGSEGV, &action, nullptr);
+    }
     Region region(1);
     OrvaTryExcept([&] { ReadByte(region.Page(0)); },
                   [](EXCEPTION_POINTERS*) -> LONG { return EXCEPTION_CONTINUE_SEARCH; },
@@ -372,18 +372,18 @@ void DeclineWithDefaultHandler() {
 TEST(SehDeathTest, SearchPastTheOutermostFrameCallsTheEarlierHandler) {
     // A fresh process, so that the test's handler is there before ours.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(DeclineWithEarlierHandler(), testing::ExitedWithCode(42), "");
+    EXPECT_EXIT(Decline(true), testing::ExitedWithCode(42), "");
 }
 
 TEST(SehDeathTest, SearchPastTheOutermostFrameEndsInTheDefaultAction) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
 #if defined(__SANITIZE_ADDRESS__)
     // The sanitizer's handler was there first, and reports.
-    EXPECT_DEATH(DeclineWithDefaultHandler(), "AddressSanitizer: SEGV");
+    EXPECT_DEATH(Decline(false), "AddressSanitizer: SEGV");
 #elif defined(__SANITIZE_THREAD__)
-    EXPECT_DEATH(DeclineWithDefaultHandler(), "ThreadSanitizer: SEGV");
+    EXPECT_DEATH(Decline(false), "ThreadSanitizer: SEGV");
 #else
-    EXPECT_EXIT(DeclineWithDefaultHandler(), testing::KilledBySignal(SIGSEGV), "");
+    EXPECT_EXIT(Decline(false), testing::KilledBySignal(SIGSEGV), "");
 #endif
 }
 
