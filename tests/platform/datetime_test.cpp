@@ -88,18 +88,23 @@ TEST(DateFormatTest, Refusals) {
     SYSTEMTIME t = Time(2024, 3, 5, 14, 7, 9);
     char out[64];
     struct Case {
-        int result;
+        bool time;
+        DWORD flags;
+        const char* picture;
+        int size;
         DWORD error;
+    } cases[] = {
+        {false, 0, "yyyy/MM/dd", 10, ERROR_INSUFFICIENT_BUFFER},
+        {false, 0, "dddd", 64, ERROR_INVALID_PARAMETER},
+        {false, 1, "dd", 64, ERROR_INVALID_FLAGS},
+        {true, 0, "tt", 64, ERROR_INVALID_PARAMETER},
     };
-    auto run = [&](int r) { return Case{r, GetLastError()}; };
-    SetLastError(0);
-    Case c = run(GetDateFormatA(0, 0, &t, "yyyy/MM/dd", out, 10));
-    EXPECT_EQ(c.result, 0);
-    EXPECT_EQ(c.error, static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
-    c = run(GetDateFormatA(0, 0, &t, "dddd", out, sizeof out));
-    EXPECT_EQ(c.error, static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-    c = run(GetDateFormatA(0, 1, &t, "dd", out, sizeof out));
-    EXPECT_EQ(c.error, static_cast<DWORD>(ERROR_INVALID_FLAGS));
+    for (const Case& c : cases) {
+        SetLastError(0);
+        auto format = c.time ? GetTimeFormatA : GetDateFormatA;
+        EXPECT_EQ(format(0, c.flags, &t, c.picture, out, c.size), 0) << c.picture;
+        EXPECT_EQ(GetLastError(), c.error) << c.picture;
+    }
     for (SYSTEMTIME bad : {Time(1600, 12, 31, 0, 0, 0), Time(2023, 2, 29, 0, 0, 0), Time(2024, 13, 1, 0, 0, 0),
                            Time(2024, 4, 31, 0, 0, 0), Time(2024, 1, 0, 0, 0, 0)}) {
         SetLastError(0);
@@ -109,8 +114,6 @@ TEST(DateFormatTest, Refusals) {
     for (SYSTEMTIME bad : {Time(2024, 1, 1, 24, 0, 0), Time(2024, 1, 1, 0, 60, 0), Time(2024, 1, 1, 0, 0, 60)}) {
         EXPECT_EQ(GetTimeFormatA(0, 0, &bad, "HH", out, sizeof out), 0);
     }
-    c = run(GetTimeFormatA(0, 0, &t, "tt", out, sizeof out));
-    EXPECT_EQ(c.error, static_cast<DWORD>(ERROR_INVALID_PARAMETER));
 }
 
 }  // namespace
