@@ -38,21 +38,13 @@ TEST(Mbcs, ByteClassesFollowTheCodePageRanges) {
 // and 0x81 stand as trail bytes, 0x81 0x40 as a trail and a single byte.
 TEST(Mbcs, KindsOfBytesAreJudgedByTheirPlace) {
     const std::string text = "a\x95\x5C" "b@\x83\x40\x8B\x81@\x83\x5C\\\x81 ";
-    struct Row {
-        size_t index;
-        int type;
-        int lead, trail;
-    } rows[] = {
-        {0, _MBC_SINGLE, 0, 0},  {1, _MBC_LEAD, -1, 0},    {2, _MBC_TRAIL, 0, -1},  {3, _MBC_SINGLE, 0, 0},
-        {4, _MBC_SINGLE, 0, 0},  {5, _MBC_LEAD, -1, 0},    {6, _MBC_TRAIL, 0, -1},  {7, _MBC_LEAD, -1, 0},
-        {8, _MBC_TRAIL, 0, -1},  {9, _MBC_SINGLE, 0, 0},   {10, _MBC_LEAD, -1, 0},  {11, _MBC_TRAIL, 0, -1},
-        {12, _MBC_SINGLE, 0, 0}, {13, _MBC_ILLEGAL, 0, 0}, {14, _MBC_SINGLE, 0, 0}, {15, _MBC_ILLEGAL, 0, 0},
-    };
+    const int S = _MBC_SINGLE, L = _MBC_LEAD, T = _MBC_TRAIL, I = _MBC_ILLEGAL;
+    const int types[] = {S, L, T, S, S, L, T, L, T, S, L, T, S, I, S, I};
     const unsigned char* s = U(text);
-    for (const Row& r : rows) {
-        EXPECT_EQ(_mbsbtype(s, r.index), r.type) << r.index;
-        EXPECT_EQ(_ismbslead(s, s + r.index), r.lead) << r.index;
-        EXPECT_EQ(_ismbstrail(s, s + r.index), r.trail) << r.index;
+    for (size_t i = 0; i < std::size(types); ++i) {
+        EXPECT_EQ(_mbsbtype(s, i), types[i]) << i;
+        EXPECT_EQ(_ismbslead(s, s + i), types[i] == L ? -1 : 0) << i;
+        EXPECT_EQ(_ismbstrail(s, s + i), types[i] == T ? -1 : 0) << i;
     }
     EXPECT_EQ(_mbsbtype(s, 40), _MBC_ILLEGAL) << "beyond the terminator";
     EXPECT_EQ(_mbschr(s, '\\'), s + 12);
