@@ -59,55 +59,49 @@ TEST(Lscalc, WorkedCases) {
     EXPECT_TRUE(std::signbit(Evaluate("-0").value));
 }
 
-TEST(Lscalc, DepthAndTokenLimits) {
-    std::string ten = std::string(10, '(') + "7" + std::string(10, ')');
-    EXPECT_EQ(Evaluate(ten).result, 0);
-    EXPECT_EQ(Evaluate(ten).value, 7);
-    EXPECT_EQ(Evaluate(std::string(11, '(') + "7" + std::string(11, ')')).result, 2);
-    // A '(' too many is only reported when nothing before it failed.
-    EXPECT_EQ(Evaluate("*" + std::string(11, '(')).result, 6);
-    EXPECT_EQ(Evaluate(std::string(31, '1')).result, 0);
-    EXPECT_EQ(Evaluate(std::string(31, '1')).value, 1111111111111111111111111111111.0);
-    EXPECT_EQ(Evaluate(std::string(32, '1')).result, 4);
-    EXPECT_EQ(Evaluate("1+" + std::string(32, '1') + ")").result, 4);
-    EXPECT_EQ(Evaluate("1)+" + std::string(32, '1')).result, 3);
-}
-
-TEST(Lscalc, PostfixBufferLimit) {
+// The limits: ten levels of parentheses, 31-byte numbers, the 500-byte
+// postfix buffer, the deepest value stack. A fault is reported at the token
+// that causes it, before a later one.
+TEST(Lscalc, Limits) {
     auto ones = [](int n) {
         std::string s = "1";
-        for (int i = 1; i < n; ++i) s += "+1";
+        while (--n > 0) s += "+1";
         return s;
     };
-    Outcome fits = Evaluate(ones(166));  // 332 + 165 + 1 = 498 bytes
-    EXPECT_EQ(fits.result, 0);
-    EXPECT_EQ(fits.value, 166);
-    EXPECT_EQ(Evaluate(ones(167)).result, 5);
-    // The overflow is found at the token that causes it, before a later fault.
-    EXPECT_EQ(Evaluate(ones(300) + ")").result, 5);
-    EXPECT_EQ(Evaluate(ones(300) + "/0").result, 5);
-}
-
-TEST(Lscalc, DeepestValueStack) {
-    std::string formula;
-    for (int i = 0; i < 10; ++i) formula += "1+1*(";
-    formula += "1+1*1" + std::string(10, ')');
-    Outcome o = Evaluate(formula);
-    EXPECT_EQ(o.result, 0);
-    EXPECT_EQ(o.value, 12);
+    std::string deepest;
+    for (int i = 0; i < 10; ++i) deepest += "1+1*(";
+    deepest += "1+1*1" + std::string(10, ')');
+    const struct {
+        std::string formula;
+        int result;
+        double value;
+    } cases[] = {
+        {std::string(10, '(') + "7" + std::string(10, ')'), 0, 7}, {std::string(11, '(') + "7" + std::string(11, ')'), 2, 0},
+        {"*" + std::string(11, '('), 6, 0},          {std::string(31, '1'), 0, 1111111111111111111111111111111.0},
+        {std::string(32, '1'), 4, 0},                {"1+" + std::string(32, '1') + ")", 4, 0},
+        {"1)+" + std::string(32, '1'), 3, 0},        {ones(166), 0, 166},  // 332 + 165 + 1 = 498 bytes
+        {ones(167), 5, 0},  {ones(300) + ")", 5, 0}, {ones(300) + "/0", 5, 0}, {deepest, 0, 12},
+    };
+    for (const auto& c : cases) {
+        Outcome o = Evaluate(c.formula);
+        EXPECT_EQ(o.result, c.result) << c.formula;
+        if (c.result == 0) {
+            EXPECT_EQ(o.value, c.value) << c.formula;
+        }
+    }
 }
 
 // ---- the reference --------------------------------------------------------------------
 // A recursive descent over the same grammar: expression = [sign] term {(+|-)
 // term}; term = operand {(*|/) operand | operand that is a parenthesis};
-// operand = number | ( expression ). The parse builds a tree and counts the
-// postfix bytes; evaluation walks the tree in post-order, which is the order
-// of the postfix string.
+// operand = number | ( expression ). Evaluation walks the tree in post-order,
+// the order of the postfix string, whose bytes the parse counts.
 struct Node {
     char op = 0;  // 0 number, 'n' negate, or + - * /
     std::string number;
     std::unique_ptr<Node> left, right;
 };
+using Tree = std::unique_ptr<Node>;
 
 class Reference {
 public:
@@ -115,12 +109,11 @@ public:
 
     Outcome Run() {
         if (text_.find_first_not_of("0123456789+-*/.EeDd() \t") != std::string::npos) return {1, 0};
-        std::unique_ptr<Node> root;
-        int r = Expression(0, &root);
-        if (r != 0) return {r, 0};
+        Tree root;
+        if (int r = Expression(0, &root)) return {r, 0};
         if (bytes_ + 1 > 500) return {5, 0};
         double value = 0;
-        r = Compute(*root, &value);
+        int r = Compute(*root, &value);
         return {r, value};
     }
 
@@ -129,130 +122,94 @@ private:
     int Peek(std::string* token) {
         size_t p = pos_;
         while (p < text_.size() && (text_[p] == ' ' || text_[p] == '\t')) ++p;
-        start_ = p;
-        if (p == text_.size()) {
-            *token = "";
-            end_ = p;
-            return 0;
-        }
-        if (std::strchr("+-*/()", text_[p]) != nullptr) {
-            *token = text_.substr(p, 1);
-            end_ = p + 1;
-            return 0;
-        }
-        size_t q = p + 1;
-        while (q < text_.size() && std::strchr("*/() \t", text_[q]) == nullptr &&
-               !((text_[q] == '+' || text_[q] == '-') && std::strchr("eEdD", text_[q - 1]) == nullptr)) {
-            ++q;
+        size_t q = p;
+        if (p < text_.size() && std::strchr("+-*/()", text_[p]) != nullptr) {
+            q = p + 1;
+        } else if (p < text_.size()) {
+            for (++q; q < text_.size() && std::strchr("*/() \t", text_[q]) == nullptr &&
+                      !((text_[q] == '+' || text_[q] == '-') && std::strchr("eEdD", text_[q - 1]) == nullptr);
+                 ++q) {
+            }
         }
         *token = text_.substr(p, q - p);
         end_ = q;
         return q - p > 31 ? 4 : 0;
     }
     void Take() { pos_ = end_; }
-    static bool IsNumber(const std::string& t) { return !t.empty() && std::strchr("+-*/()", t[0]) == nullptr; }
+    Tree Join(char op, Tree left, Tree right = nullptr) {
+        auto n = std::make_unique<Node>();
+        n->op = op;
+        n->left = std::move(left);
+        n->right = std::move(right);
+        ++bytes_;
+        return n;
+    }
 
-    // An expression from the opening of a group; returns at ')' or the end,
-    // which it leaves for the caller.
-    int Expression(int depth, std::unique_ptr<Node>* out) {
+    // An expression from the opening of a group; it stops at ')' or the end
+    // and leaves that to the caller.
+    int Expression(int depth, Tree* out) {
         std::string t;
         if (int r = Peek(&t)) return r;
-        bool negate = false;
-        if (t == "+" || t == "-") {
-            negate = t == "-";
-            Take();
-        }
-        std::unique_ptr<Node> tree;
+        const bool negate = t == "-";
+        if (t == "+" || t == "-") Take();
+        Tree tree;
         if (int r = Term(depth, negate, &tree)) return r;
         for (;;) {
             if (int r = Peek(&t)) return r;
             if (t == "+" || t == "-") {
                 Take();
-                std::unique_ptr<Node> right;
+                Tree right;
                 if (int r = Term(depth, false, &right)) return r;
-                auto n = std::make_unique<Node>();
-                n->op = t[0];
-                n->left = std::move(tree);
-                n->right = std::move(right);
-                tree = std::move(n);
-                ++bytes_;
-                continue;
-            }
-            if (t == ")") {
-                if (depth == 0) return 3;
+                tree = Join(t[0], std::move(tree), std::move(right));
+            } else if (t == ")" || t.empty()) {
+                if ((depth == 0) == (t == ")")) return 3;
                 *out = std::move(tree);
                 return 0;
-            }
-            if (t.empty()) {
-                if (depth != 0) return 3;
-                *out = std::move(tree);
-                return 0;
-            }
-            return 6;  // a number behind a value
-        }
-    }
-
-    int Term(int depth, bool negateFirst, std::unique_ptr<Node>* out) {
-        std::unique_ptr<Node> tree;
-        if (int r = Operand(depth, &tree)) return r;
-        if (negateFirst) {
-            auto n = std::make_unique<Node>();
-            n->op = 'n';
-            n->left = std::move(tree);
-            tree = std::move(n);
-            ++bytes_;
-        }
-        for (;;) {
-            std::string t;
-            if (int r = Peek(&t)) return r;
-            char op;
-            if (t == "*" || t == "/") {
-                op = t[0];
-                Take();
-            } else if (t == "(") {
-                op = '*';
             } else {
-                *out = std::move(tree);
-                return 0;
+                return 6;  // a number behind a value
             }
-            std::unique_ptr<Node> right;
-            if (int r = Operand(depth, &right)) return r;
-            auto n = std::make_unique<Node>();
-            n->op = op;
-            n->left = std::move(tree);
-            n->right = std::move(right);
-            tree = std::move(n);
-            ++bytes_;
         }
     }
 
-    int Operand(int depth, std::unique_ptr<Node>* out) {
+    int Term(int depth, bool negateFirst, Tree* out) {
+        Tree tree;
+        if (int r = Operand(depth, &tree)) return r;
+        if (negateFirst) tree = Join('n', std::move(tree));
+        for (std::string t;;) {
+            if (int r = Peek(&t)) return r;
+            if (t != "*" && t != "/" && t != "(") {
+                *out = std::move(tree);
+                return 0;
+            }
+            if (t != "(") Take();
+            Tree right;
+            if (int r = Operand(depth, &right)) return r;
+            tree = Join(t == "/" ? '/' : '*', std::move(tree), std::move(right));
+        }
+    }
+
+    int Operand(int depth, Tree* out) {
         std::string t;
         if (int r = Peek(&t)) return r;
-        if (IsNumber(t)) {
+        if (!t.empty() && std::strchr("+-*/()", t[0]) == nullptr) {
             Take();
-            auto n = std::make_unique<Node>();
-            n->number = t;
+            *out = std::make_unique<Node>();
+            (*out)->number = t;
             bytes_ += static_cast<int>(t.size()) + 1;
-            *out = std::move(n);
             return 0;
         }
         if (t != "(") return 6;
         if (depth == 10) return 2;
         Take();
-        std::unique_ptr<Node> inner;
-        if (int r = Expression(depth + 1, &inner)) return r;
+        if (int r = Expression(depth + 1, out)) return r;
         Take();  // the ')' that Expression stopped at
-        *out = std::move(inner);
         return 0;
     }
 
     static int Compute(const Node& n, double* value) {
         if (n.op == 0) {
             std::string s = n.number;
-            for (char& c : s) {
-                if (c == 'd' || c == 'D') c = 'e';
-            }
+            for (char& c : s) c = (c == 'd' || c == 'D') ? 'e' : c;
             char* end;
             *value = std::strtod(s.c_str(), &end);
             return end == s.c_str() + s.size() ? 0 : 6;
@@ -264,19 +221,13 @@ private:
             return 0;
         }
         if (int r = Compute(*n.right, &b)) return r;
-        switch (n.op) {
-        case '+': *value = a + b; break;
-        case '-': *value = a - b; break;
-        case '*': *value = a * b; break;
-        default:
-            if (std::fabs(b) < 1e-300) return 7;
-            *value = a / b;
-        }
+        if (n.op == '/' && std::fabs(b) < 1e-300) return 7;
+        *value = n.op == '+' ? a + b : n.op == '-' ? a - b : n.op == '*' ? a * b : a / b;
         return 0;
     }
 
     std::string text_;
-    size_t pos_ = 0, start_ = 0, end_ = 0;
+    size_t pos_ = 0, end_ = 0;
     int bytes_ = 0;
 };
 
@@ -310,12 +261,8 @@ public:
 
 private:
     std::string Blank() {
-        switch (random_() % 8) {
-        case 0: return " ";
-        case 1: return "\t";
-        case 2: return "  ";
-        default: return "";
-        }
+        static const char* kBlanks[] = {" ", "\t", "  ", "", "", "", "", ""};
+        return kBlanks[random_() % 8];
     }
 
     std::string Number() {
@@ -358,8 +305,7 @@ bool SameOutcome(const Outcome& a, const Outcome& b) {
     return std::memcmp(&a.value, &b.value, sizeof a.value) == 0 || (std::isnan(a.value) && std::isnan(b.value));
 }
 
-// Runs count formulas from make against the reference; the tally of
-// results by code.
+// Runs count formulas from make against the reference; tallies the results.
 template <typename Make>
 std::vector<int> CompareWithReference(int count, Make make) {
     std::vector<int> results(8, 0);

@@ -21,16 +21,11 @@ TEST(LschkClass, WholeTextOfOneClass) {
         const char* text;
         int alnum, alpha, numeric, dbcs, ank;
     } rows[] = {
-        {"", 0, 0, 0, 0, 0},
-        {"abc", 1, 1, 0, 0, 1},
-        {"a1", 1, 0, 0, 0, 1},
-        {"123", 1, 0, 1, 0, 1},
-        {"a b", 0, 0, 0, 0, 1},
-        {"\xB1\xB2", 0, 0, 0, 0, 1},            // half-width kana
-        {"\x95\x5C\x93\xFA", 0, 0, 0, 1, 0},    // 表日
-        {"\x95\x5C" "a", 0, 0, 0, 0, 0},        // 表a
-        {"\x82\x61", 0, 0, 0, 1, 0},            // Ｂ: its trail is 'a', but it is no letter
-        {"\x81", 0, 0, 0, 0, 0},                // a lead byte with no trail
+        {"", 0, 0, 0, 0, 0},    {"abc", 1, 1, 0, 0, 1},          {"a1", 1, 0, 0, 0, 1},
+        {"123", 1, 0, 1, 0, 1}, {"a b", 0, 0, 0, 0, 1},          {"\xB1\xB2", 0, 0, 0, 0, 1},  // half-width kana
+        {"\x95\x5C\x93\xFA", 0, 0, 0, 1, 0}, {"\x95\x5C" "a", 0, 0, 0, 0, 0},  // 表日, 表a
+        {"\x82\x61", 0, 0, 0, 1, 0},  // Ｂ: its trail is 'a', but it is no letter
+        {"\x81", 0, 0, 0, 0, 0},       // a lead byte with no trail
     };
     for (const auto& r : rows) {
         EXPECT_EQ(lschkAlphaNumeric(r.text), r.alnum) << r.text;
@@ -47,14 +42,8 @@ enum Check { kDigit, kFdigit, kEdigit, kGdigit, kHex };
 std::pair<int, long> RunCheck(Check check, const char* text, DWORD limit = 0) {
     char* const untouched = reinterpret_cast<char*>(0xCC);
     char* position = untouched;
-    int result = 0;
-    switch (check) {
-    case kDigit: result = lschkDigit(text, &position); break;
-    case kFdigit: result = lschkFdigit(text, &position); break;
-    case kEdigit: result = lschkEdigit(text, &position); break;
-    case kGdigit: result = lschkGdigit(text, &position); break;
-    case kHex: result = lschkHex(text, limit, &position); break;
-    }
+    static int (*const kChecks[])(const char*, char**) = {lschkDigit, lschkFdigit, lschkEdigit, lschkGdigit};
+    const int result = check == kHex ? lschkHex(text, limit, &position) : kChecks[check](text, &position);
     if (position == untouched) return {result, -2};
     if (position == nullptr) return {result, -1};
     return {result, static_cast<long>(position - text)};
@@ -121,28 +110,13 @@ std::string Symbols(const std::string& text, std::vector<size_t>* starts) {
     const auto kinds = cp932model::Kinds(text);
     for (size_t i = 0; i < text.size(); i += cp932model::WidthAt(kinds, i)) {
         starts->push_back(i);
-        unsigned char c = static_cast<unsigned char>(text[i]);
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        static const std::string kFrom = "0123456789eEabcdfABCDFhHxX+-. \t", kTo = "0dddddddddeeffffffffffhhxxsspww";
         char sym = 'o';
         if (cp932model::WidthAt(kinds, i) == 2) {
             sym = (c == 0x81 && static_cast<unsigned char>(text[i + 1]) == 0x40) ? 'w' : 'o';
-        } else if (c == ' ' || c == '\t') {
-            sym = 'w';
-        } else if (c == '0') {
-            sym = '0';
-        } else if (c >= '1' && c <= '9') {
-            sym = 'd';
-        } else if (c == 'e' || c == 'E') {
-            sym = 'e';
-        } else if ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F')) {
-            sym = 'f';
-        } else if (c == 'h' || c == 'H') {
-            sym = 'h';
-        } else if (c == 'x' || c == 'X') {
-            sym = 'x';
-        } else if (c == '+' || c == '-') {
-            sym = 's';
-        } else if (c == '.') {
-            sym = 'p';
+        } else if (c != 0 && kFrom.find(static_cast<char>(c)) != std::string::npos) {
+            sym = kTo[kFrom.find(static_cast<char>(c))];
         }
         symbols += sym;
     }

@@ -48,19 +48,14 @@ TEST(LschkWild, WorkedTable) {
         {"a", "a*", 0, 0},            {"ba", "a*", 0, -1},         {"a", "a?*", 0, 0},
         {"a", "a?", 0, -1},           {"b", "*?b", 0, 0},          {"ab", "ab*ab", 0, -1},
         {"abab", "ab*ab", 0, 0},      {"", "*", 0, -1},
-        // The open points, as this matcher settles them: '?' counts bytes
-        // from where it stands, and a literal behind nothing or '?' is not
-        // tried again further on.
+        // '?' counts bytes from where it stands; a literal behind nothing or '?' is not tried further on.
         {"abab", "??ab", 0, 0},       {"aaxb", "a?b", 0, -1},      {"aXbXb", "a?b", 0, -1},
-        // The same through the records (a two-byte character takes the text
-        // off the plain path).
+        // The same through the records (a two-byte character leaves the plain path).
         {"abab\x95\x5C", "??ab\x95\x5C", 0, 0}, {"aaxb\x95\x5C", "a?b*", 0, -1}, {"\x95\x5C" "abab", "*??ab", 0, 0},
-        // Two-byte characters: 表 (0x95 0x5C) is two bytes for '?', and a
-        // literal behind '*' never starts on its trail byte.
+        // 表 (0x95 0x5C) is two bytes for '?'; a literal behind '*' never starts on its trail.
         {"\x95\x5C", "??", 0, 0},     {"\x95\x5C", "?", 0, -1},    {"a\x95\x5C", "*\\", 0, -1},
         {"a\x95\x5C", "??\\", 0, 0},  {"a\x95\x5C\\", "*\\", 0, 0}, {"\x95\x5C.txt", "*.TXT", 1, 0},
-        // ａ.txt against Ａ.TXT: the full-width letters fold too; Ｂ (0x82
-        // 0x61) keeps its trail 'a' under upper-casing.
+        // Full-width letters fold too; Ｂ (0x82 0x61) keeps its trail 'a'.
         {"\x82\x81.txt", "\x82\x60.TXT", 1, 0}, {"\x82\x61", "\x82\x41", 1, -1},
     };
     for (const auto& r : rows) {
@@ -68,36 +63,29 @@ TEST(LschkWild, WorkedTable) {
     }
 }
 
-TEST(LschkWild, Lists) {
-    EXPECT_EQ(MatchList("a.txt", "*.doc;*.txt"), 0);
-    EXPECT_EQ(MatchList("a.txt", ";;*.txt;;"), 0);
-    EXPECT_EQ(MatchList("a.bmp", "*.doc;*.txt"), -1);
-    EXPECT_EQ(MatchList("A.TXT", "*.doc;*.txt", 1), 0);
-    EXPECT_EQ(MatchList("", "*;?"), -1);
-    SetLastError(7);
-    EXPECT_EQ(MatchList("a.txt", ";;;"), -1);
-    EXPECT_EQ(GetLastError(), 7u) << "no match sets no error";
-}
-
-TEST(LschkWild, BadArgumentsSetTheError) {
+// Lists, and bad arguments with their error; no match sets no error.
+TEST(LschkWild, ListsAndBadArguments) {
     const std::string longText(256, 'a');
     const std::string longest(255, 'a');
     struct Row {
         std::string text, pattern;
         bool list;
         int result;
+        DWORD flag;
     } rows[] = {
-        {longText, "*", false, -2},          {longest, "*", false, 0},      {"a", "", false, -2},
-        {"a", std::string(256, '*'), false, -2}, {"a", std::string(255, '*'), false, 0},
-        {"", "", false, -1},                  // the empty text is looked at first
-        {"a", "", true, -2},                 {"a", std::string(256, ';'), true, -2},
-        {longText, "x;*", true, -2},         {"a", "x;" + std::string(253, '*'), true, 0},
+        {"a.txt", "*.doc;*.txt", true, 0, 0},  {"a.txt", ";;*.txt;;", true, 0, 0},   {"a.bmp", "*.doc;*.txt", true, -1, 0},
+        {"A.TXT", "*.doc;*.txt", true, 0, 1},  {"", "*;?", true, -1, 0},              {"a.txt", ";;;", true, -1, 0},
+        {longText, "*", false, -2, 0},          {longest, "*", false, 0, 0},           {"a", "", false, -2, 0},
+        {"a", std::string(256, '*'), false, -2, 0}, {"a", std::string(255, '*'), false, 0, 0},
+        {"", "", false, -1, 0},  // the empty text is looked at first
+        {"a", "", true, -2, 0},                 {"a", std::string(256, ';'), true, -2, 0},
+        {longText, "x;*", true, -2, 0},         {"a", "x;" + std::string(253, '*'), true, 0, 0},
     };
     for (const Row& r : rows) {
-        SetLastError(0);
-        int got = r.list ? MatchList(r.text, r.pattern) : Match(r.text, r.pattern);
-        EXPECT_EQ(got, r.result) << r.text.size() << " / " << r.pattern.size();
-        EXPECT_EQ(GetLastError(), r.result == -2 ? LERR_INVALIDARG : 0u) << r.text.size() << " / " << r.pattern.size();
+        SetLastError(7);
+        int got = r.list ? MatchList(r.text, r.pattern, r.flag) : Match(r.text, r.pattern, r.flag);
+        EXPECT_EQ(got, r.result) << r.text.size() << " / " << r.pattern;
+        EXPECT_EQ(GetLastError(), r.result == -2 ? LERR_INVALIDARG : 7u) << r.text.size() << " / " << r.pattern;
     }
     SetLastError(0);
     EXPECT_EQ(lschkIsMatchWild(nullptr, const_cast<char*>("*"), 0), -2);
@@ -157,8 +145,8 @@ bool ReferenceMatch(const std::string& t, size_t ti, const std::string& p, size_
 
 int Reference(const std::string& text, const std::string& pattern, DWORD flag) {
     if (text.empty()) return -1;
-    if (flag == 1) return ReferenceMatch(ReferenceUpper(text), 0, ReferenceUpper(pattern), 0) ? 0 : -1;
-    return ReferenceMatch(text, 0, pattern, 0) ? 0 : -1;
+    const bool fold = flag == 1;
+    return ReferenceMatch(fold ? ReferenceUpper(text) : text, 0, fold ? ReferenceUpper(pattern) : pattern, 0) ? 0 : -1;
 }
 
 // Random texts and patterns from the given pieces, single and in lists.
@@ -171,14 +159,11 @@ void AgreeOnRandom(unsigned seed, const std::vector<std::string>& textPieces,
         for (size_t i = 0, n = gen.Below(10); i < n; ++i) text += textPieces[gen.Below(textPieces.size())];
         if (leadAtEnd && gen.Below(8) == 0 && !text.empty()) text += static_cast<char>(0x81);
         std::string pattern;
-        for (size_t i = 0, n = 1 + gen.Below(7); i < n; ++i) {
-            pattern += patternPieces[gen.Below(patternPieces.size())];
-        }
+        for (size_t i = 0, n = 1 + gen.Below(7); i < n; ++i) pattern += patternPieces[gen.Below(patternPieces.size())];
         const DWORD flag = static_cast<DWORD>(gen.Below(3));
         const int want = Reference(text, pattern, flag);
         ASSERT_EQ(Match(text, pattern, flag), want) << "'" << text << "' ~ '" << pattern << "' flag " << flag;
         matches += want == 0;
-
         // The same pattern among others in a list.
         std::string other;
         for (size_t i = 0, n = 1 + gen.Below(4); i < n; ++i) other += patternPieces[gen.Below(patternPieces.size())];

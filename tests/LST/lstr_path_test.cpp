@@ -44,12 +44,9 @@ struct PartCase {
 
 TEST(LstrPath, PartsOfAPath) {
     const PartCase cases[] = {
-        {"C:\\a\\b.txt", "C:\\a\\", "b.txt", "b", ".txt"},
-        {"b", "", "b", "b", ""},
-        {"C:\\a\\", "C:\\a\\", "", "", ""},
+        {"C:\\a\\b.txt", "C:\\a\\", "b.txt", "b", ".txt"}, {"b", "", "b", "b", ""}, {"C:\\a\\", "C:\\a\\", "", "", ""},
         {"/usr/lib/x.so.1", "/usr/lib/", "x.so.1", "x.so", ".1"},
-        // 表 (0x95 0x5C) ends a directory with no separator behind it: the
-        // whole component is the file.
+        // 表 (0x95 0x5C) ends a directory with no separator behind it: the whole component is the file.
         {"C:\\dir\\\x95\x5C", "C:\\dir\\", "\x95\x5C", "\x95\x5C", ""},
         {"C:\\\x95\x5C\\\x83\x5C.c", "C:\\\x95\x5C\\", "\x83\x5C.c", "\x83\x5C", ".c"},
     };
@@ -96,10 +93,8 @@ TEST(LstrPath, CutShortDirFollowsItsRules) {
         {"\\\\srv\\share\\dir\\sub\\file.txt", 27, "\\\\srv\\share\\...sub\\file.txt"},
         {"\\\\srv\\share\\dir\\sub\\file.txt", 22, "\\\\srv\\shar...\\file.txt"},
         {"//srv/share/dir/sub/file.txt", 25, "//srv/share/...b/file.txt"},
-        {"C:/aaa/bbb/ccc/file.txt", 20, "C:/aaa/...c/file.txt"},
-        {"aaa\\bbb\\ccc\\file.txt", 19, "aaa\\...ccc\\file.txt"},
-        {"C:\\aaa\\file.txt", 14, "C:...\\file.txt"},
-        {"C:\\file.txt", 10, "file.txt"},
+        {"C:/aaa/bbb/ccc/file.txt", 20, "C:/aaa/...c/file.txt"}, {"aaa\\bbb\\ccc\\file.txt", 19, "aaa\\...ccc\\file.txt"},
+        {"C:\\aaa\\file.txt", 14, "C:...\\file.txt"},    {"C:\\file.txt", 10, "file.txt"},
         // Two-byte characters on the cut: one byte short of the limit.
         {"C:\\aaa\\\x95\x5C\x95\x5C.txt", 5, "\x95\x5C\x95\x5C."},
         {"C:\\aaa\\\x95\x5C\x95\x5C.txt", 4, "\x95\x5C\x95\x5C"},
@@ -112,9 +107,8 @@ TEST(LstrPath, CutShortDirFollowsItsRules) {
     for (const auto& o : others) EXPECT_EQ(CutShort(o.path, o.limit), o.text) << o.path << " " << o.limit;
 }
 
-// Random paths of two-byte and one-byte names: the text is never longer
-// than the limit, and every piece of it is a piece of the path cut on a
-// character boundary.
+// Random paths: the text is never longer than the limit, and each piece of
+// it is a piece of the path cut on a character boundary.
 TEST(LstrPath, CutShortDirNeverExceedsTheLimitNorSplitsACharacter) {
     cp932model::TextGen gen(23);
     const std::vector<std::string> nameChars = {"a", "b", "Z", "_", "1", "\xB1", "\x95\x5C", "\x83\x5C",
@@ -157,8 +151,7 @@ TEST(LstrPath, CutShortDirNeverExceedsTheLimitNorSplitsACharacter) {
                 << path << " " << limit << " -> " << got;
             continue;
         }
-        // head + "\..." + tail, or cut head + "...\" + file: a prefix and a
-        // suffix of the path, each ending or starting on a character boundary.
+        // head + "\..." + tail, or cut head + "...\" + file: a prefix and a suffix of the path.
         const std::string left = got.substr(0, mark);
         const std::string right = got.substr(mark + 3);
         const bool leftFits =
@@ -174,12 +167,8 @@ TEST(LstrPath, AddSeparator) {
         bool backslash;
         const char* want;
     } rows[] = {
-        {"", true, "\\"},
-        {"", false, "/"},
-        {"C:\\dir\\", false, "C:\\dir\\"},
-        {"C:/dir/", true, "C:/dir/"},
-        {"C:\\dir", true, "C:\\dir\\"},
-        {"C:\\dir", false, "C:\\dir/"},
+        {"", true, "\\"},          {"", false, "/"},              {"C:\\dir\\", false, "C:\\dir\\"},
+        {"C:/dir/", true, "C:/dir/"}, {"C:\\dir", true, "C:\\dir\\"}, {"C:\\dir", false, "C:\\dir/"},
         {"C:\\\x95\x5C", true, "C:\\\x95\x5C\\"},  // 表: its trail 0x5C is no separator
     };
     for (const auto& r : rows) {
@@ -193,49 +182,33 @@ TEST(LstrPath, AddSeparator) {
     }
 }
 
-struct ByFindCase {
-    const char* source;
-    char ch;
-    bool first;
-    bool include;
-    const char* left;
-    const char* right;
-};
+#define BYFIND_FORMS(F)                                                                        \
+    [&](const char* p, char* d) { return F(p, ch, d, c.first, c.include); },                   \
+        [&](const char* p, CString& d) -> CString& { return F(p, ch, d, c.first, c.include); }, \
+        [&](const char* p) { return F(p, ch, c.first, c.include); }
 
 TEST(LstrPath, LeftAndRightByFind) {
-    const ByFindCase cases[] = {
-        {"a.b.c", '.', true, false, "a", "b.c"},
-        {"a.b.c", '.', false, false, "a.b", "c"},
-        {"a.b.c", '.', false, true, "a.b.", ".c"},
-        {"a.b.c", '.', true, true, "a.", ".b.c"},
-        {".ab", '.', true, false, "", "ab"},
-        {".ab", '.', true, true, ".", ".ab"},
-        {"ab.", '.', false, false, "ab", ""},
-        {"ab.", '.', false, true, "ab.", "."},
-        {"abc", '.', true, true, "", ""},
-        {"", '.', true, true, "", ""},
+    const struct {
+        const char* source;
+        char ch;
+        bool first, include;
+        const char* left;
+        const char* right;
+    } cases[] = {
+        {"a.b.c", '.', true, false, "a", "b.c"},   {"a.b.c", '.', false, false, "a.b", "c"},
+        {"a.b.c", '.', false, true, "a.b.", ".c"}, {"a.b.c", '.', true, true, "a.", ".b.c"},
+        {".ab", '.', true, false, "", "ab"},       {".ab", '.', true, true, ".", ".ab"},
+        {"ab.", '.', false, false, "ab", ""},      {"ab.", '.', false, true, "ab.", "."},
+        {"abc", '.', true, true, "", ""},          {"", '.', true, true, "", ""},
         // 表\ソ : only the separator of its own is found, never a trail byte.
         {"\x95\x5C\\\x83\x5C", '\\', true, false, "\x95\x5C", "\x83\x5C"},
         {"\x95\x5C\\\x83\x5C", '\\', false, true, "\x95\x5C\\", "\\\x83\x5C"},
         {"\x95\x5C\x83\x5C", '\\', true, true, "", ""},
     };
-    for (const ByFindCase& c : cases) {
+    for (const auto& c : cases) {
         const unsigned char ch = static_cast<unsigned char>(c.ch);
-        char buffer[64];
-        std::memset(buffer, 0xCC, sizeof buffer);
-        EXPECT_EQ(lstrLeftByFind(c.source, ch, buffer, c.first, c.include), buffer);
-        EXPECT_STREQ(buffer, c.left) << c.source;
-        CString ref("junk");
-        EXPECT_EQ(&lstrLeftByFind(c.source, ch, ref, c.first, c.include), &ref);
-        EXPECT_STREQ(ref, c.left) << c.source;
-        EXPECT_STREQ(lstrLeftByFind(c.source, ch, c.first, c.include), c.left) << c.source;
-
-        std::memset(buffer, 0xCC, sizeof buffer);
-        EXPECT_EQ(lstrRightByFind(c.source, ch, buffer, c.first, c.include), buffer);
-        EXPECT_STREQ(buffer, c.right) << c.source;
-        EXPECT_EQ(&lstrRightByFind(c.source, ch, ref, c.first, c.include), &ref);
-        EXPECT_STREQ(ref, c.right) << c.source;
-        EXPECT_STREQ(lstrRightByFind(c.source, ch, c.first, c.include), c.right) << c.source;
+        EXPECT_EQ(AllForms(c.source, BYFIND_FORMS(lstrLeftByFind)), c.left) << c.source;
+        EXPECT_EQ(AllForms(c.source, BYFIND_FORMS(lstrRightByFind)), c.right) << c.source;
     }
 }
 

@@ -14,50 +14,40 @@
 
 namespace {
 
-TEST(LstrPrintf, PlainTextAndPercents) {
-    char out[256];
-    std::memset(out, 0xCC, sizeof out);
-    EXPECT_EQ(lstrWsprintf(out, ""), 0);
-    EXPECT_STREQ(out, "");
-    EXPECT_EQ(lstrWsprintf(out, "%%"), 1);
-    EXPECT_STREQ(out, "%");
-    EXPECT_EQ(lstrWsprintf(out, "100%"), 3);
-    EXPECT_STREQ(out, "100");
-    // 表 (0x95 0x5C) and ％ (0x81 0x93) pass whole.
-    EXPECT_EQ(lstrWsprintf(out, "\x95\x5C%d\x81\x93", 7), 5);
-    EXPECT_STREQ(out, "\x95\x5C" "7\x81\x93");
-}
-
-TEST(LstrPrintf, WhatIsNoConversion) {
-    char out[256];
-    EXPECT_EQ(lstrWsprintf(out, "%ld|%d", 5), 4);  // "ld" takes no argument
-    EXPECT_STREQ(out, "ld|5");
-    lstrWsprintf(out, "%*d|%d", 9);
-    EXPECT_STREQ(out, "*d|9");
-    lstrWsprintf(out, "%Lf|%hd|%p|%n", 1.5);
-    EXPECT_STREQ(out, "Lf|hd|p|n");
-    lstrWsprintf(out, "%dl", 12);
-    EXPECT_STREQ(out, "12l");
-    lstrWsprintf(out, "%-5%d", 3);  // the '%' opens the next conversion
-    EXPECT_STREQ(out, "3");
-    lstrWsprintf(out, "a%-08.3");
-    EXPECT_STREQ(out, "a");
+// Plain text, double-byte text and what is no conversion; each takes at
+// most the one integer argument.
+TEST(LstrPrintf, PlainTextAndWhatIsNoConversion) {
+    const struct {
+        const char* format;
+        const char* text;
+    } cases[] = {
+        {"", ""}, {"%%", "%"}, {"100%", "100"},
+        {"\x95\x5C%d\x81\x93", "\x95\x5C" "7\x81\x93"},  // 表 (0x95 0x5C) and ％ (0x81 0x93) pass whole
+        {"%ld|%d", "ld|7"}, {"%*d|%d", "*d|7"}, {"%Lf|%hd|%p|%n", "Lf|hd|p|n"}, {"%dl", "7l"},
+        {"%-5%d", "7"},  // the '%' opens the next conversion
+        {"a%-08.3", "a"},
+    };
+    for (const auto& c : cases) {
+        char out[256];
+        std::memset(out, 0xCC, sizeof out);
+        EXPECT_EQ(lstrWsprintf(out, c.format, 7), static_cast<int>(std::strlen(c.text))) << c.format;
+        EXPECT_STREQ(out, c.text) << c.format;
+    }
 }
 
 TEST(LstrPrintf, FloatingConversionsUseTheNumberText) {
-    struct Case {
+    const struct {
         const char* format;
         double value;
         DWORD width, precision, flags;
         char form;
     } cases[] = {
-        {"%5.2f", 3.14159, 5, 2, 0, 'f'},      {"%.f", 2.5, 0, 0, 0, 'f'},
-        {"%f", 1.0 / 3, 0, 6, 0, 'f'},         {"%E", 1500.0, 0, 6, LSCVT_UPPER, 'e'},
-        {"%e", 1500.0, 0, 6, 0, 'e'},          {"%-+ 0#12.4g", 0.000123456, 12, 4, 0x1F, 'g'},
+        {"%5.2f", 3.14159, 5, 2, 0, 'f'}, {"%.f", 2.5, 0, 0, 0, 'f'}, {"%f", 1.0 / 3, 0, 6, 0, 'f'},
+        {"%E", 1500.0, 0, 6, LSCVT_UPPER, 'e'}, {"%e", 1500.0, 0, 6, 0, 'e'}, {"%-+ 0#12.4g", 0.000123456, 12, 4, 0x1F, 'g'},
         {"%G", 1234567.0, 0, 6, LSCVT_UPPER, 'g'}, {"%010.3.1f", -2.25, 10, 1, LSCVT_ZEROPAD, 'f'},
         {"%00005f", 1.5, 5, 6, LSCVT_ZEROPAD, 'f'},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         char got[256], expected[256];
         int n = lstrWsprintf(got, c.format, c.value);
         int m = c.form == 'f'   ? lscvtFdigit(c.value, expected, c.width, c.precision, c.flags)
@@ -67,8 +57,9 @@ TEST(LstrPrintf, FloatingConversionsUseTheNumberText) {
         EXPECT_EQ(n, m) << c.format;
     }
     char out[256];
-    lstrWsprintf(out, "[%5.2f] [%e] [%d]", 3.14159, 1234.5678, 42);
-    EXPECT_STREQ(out, "[ 3.14] [1.234568e+003] [42]");
+    // The arguments are taken in order, a double as one; %c writes the low byte.
+    lstrWsprintf(out, "[%5.2f] [%e] [%d] %s=%08x %c%u%%", 3.14159, 1234.5678, -42, "name", 0xBEEF, 0x1C1, 7u);
+    EXPECT_STREQ(out, "[ 3.14] [1.234568e+003] [-42] name=0000beef \xC1" "7%");
 }
 
 TEST(LstrPrintf, FailedFloatingConversionStopsWithoutTerminator) {
@@ -115,17 +106,6 @@ TEST(LstrPrintf, IntegersCharactersAndStringsMatchSnprintf) {
         ASSERT_STREQ(got, expected) << format;
         ASSERT_EQ(n, static_cast<int>(std::strlen(expected))) << format;
     }
-}
-
-// The arguments are taken in order, a double as one argument, across mixed
-// conversions.
-TEST(LstrPrintf, MixedArgumentsInOrder) {
-    char out[256];
-    int n = lstrWsprintf(out, "%d: %s = %08x (%c) %.1f %u%%", -5, "name", 0xBEEF, 'q', 2.25, 7u);
-    EXPECT_STREQ(out, "-5: name = 0000beef (q) 2.3 7%");
-    EXPECT_EQ(n, static_cast<int>(std::strlen(out)));
-    lstrWsprintf(out, "%c", 0x1C1);  // the low byte
-    EXPECT_STREQ(out, "\xC1");
 }
 
 }  // namespace
