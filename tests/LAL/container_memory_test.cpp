@@ -1,6 +1,6 @@
-// Exhausted memory in the creators of lists, trees and registry nodes: every
-// injected failure of the global heap turns into L_CMemoryException, and a
-// failed creation leaves no block behind.
+// Exhausted memory in the creators of lists, trees, arrays and registry
+// nodes: every injected failure of the global heap turns into
+// L_CMemoryException, and a failed creation leaves no block behind.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -63,6 +63,7 @@ const Creator kCreators[] = {
     {"ldlist", [] { return ldlistCreate(0); }, [](void* l) { ldlistDestroy(l); }},
     {"lslist", [] { return lslistCreate(8); }, [](void* l) { lslistDestroy(l); }},
     {"lavl", [] { return lavlCreate(0, nullptr); }, [](void* t) { lavlDestroy(t); }},
+    {"laear", [] { return laearCreate(4, 10, 5); }, [](void* a) { laearDestroy(a); }},
     {"registry",
      [] {
          ldbgSetSourceInfo(g_table);

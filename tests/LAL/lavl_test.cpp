@@ -1,7 +1,6 @@
-// The AVL tree: argument failures and their marks, the search table, the
-// exchange deletion, walks, and a seeded random mix against std::set with the
-// whole invariant checked after every step, for a link at offset 0, a link
-// further into the node, and a caller's comparator.
+// The AVL tree: a seeded random mix against std::set with the whole invariant
+// checked after every step, search modes, deletion, walks and refusals, for
+// links at two offsets and with a caller's comparator.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -51,21 +50,12 @@ int CompareField(void* first, void* second) {
 using orvatest::kCallerError;
 using orvatest::kProbeError;
 using orvatest::LatestMarkError;
-
-// Makes the thread's latest mark hold kProbeError.
-void ArmMarkProbe() {
-    SetLastError(kProbeError);
-    ldbgSetMarkErr(0);
-}
+using orvatest::PrepareCall;
 
 struct Layout {
     DWORD linkOffset;
     bool comparator;
 };
-
-void PrintTo(const Layout& layout, std::ostream* os) {
-    *os << "link offset " << layout.linkOffset << (layout.comparator ? ", comparator" : ", key word");
-}
 
 std::string LayoutName(const testing::TestParamInfo<Layout>& info) {
     return "Offset" + std::to_string(info.param.linkOffset) + (info.param.comparator ? "Comparator" : "KeyWord");
@@ -177,21 +167,12 @@ class AvlTreeTest : public testing::TestWithParam<Layout> {};
 INSTANTIATE_TEST_SUITE_P(Layouts, AvlTreeTest,
                          testing::Values(Layout{0, false}, Layout{24, false}, Layout{8, true}), LayoutName);
 
-// ---- search ----------------------------------------------------------------------
-
-TEST_P(AvlTreeTest, EmptyTreeFindsNothingWithoutComparing) {
-    Harness h(GetParam());
-    g_compareCalls = 0;
-    for (int mode = 0; mode <= 2; ++mode) {
-        void* found;
-        EXPECT_EQ(h.Search(4, mode, &found), 2);
-        EXPECT_EQ(found, nullptr);
-    }
-    EXPECT_EQ(g_compareCalls, 0);
-}
-
 TEST_P(AvlTreeTest, SearchModesAroundThreeNodes) {
     Harness h(GetParam());
+    void* found;
+    g_compareCalls = 0;
+    for (int mode = 0; mode <= 2; ++mode) EXPECT_EQ(h.Search(4, mode, &found), 2) << "empty tree";
+    EXPECT_EQ(g_compareCalls, 0) << "an empty tree calls no comparator";
     for (ULONG_PTR k : {10, 20, 30}) ASSERT_EQ(h.Ins(k), 1);
     struct Case {
         ULONG_PTR key;
@@ -207,44 +188,12 @@ TEST_P(AvlTreeTest, SearchModesAroundThreeNodes) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE("key " + std::to_string(c.key) + " mode " + std::to_string(c.mode));
-        ArmMarkProbe();
-        SetLastError(kCallerError);
-        void* found;
+        PrepareCall();
         EXPECT_EQ(h.Search(c.key, c.mode, &found), c.result);
         EXPECT_EQ(found, c.node == 0 ? nullptr : h.Node(c.node));
         EXPECT_EQ(GetLastError(), kCallerError);
         EXPECT_EQ(LatestMarkError(), kProbeError);
     }
-}
-
-// ---- insertion and deletion ----------------------------------------------------------
-
-TEST_P(AvlTreeTest, DuplicateLeavesTreeAsItWas) {
-    Harness h(GetParam());
-    for (ULONG_PTR k : {40, 20, 60, 10, 30}) ASSERT_EQ(h.Ins(k), 1);
-    std::vector<Link> before;
-    for (ULONG_PTR k : {40, 20, 60, 10, 30}) before.push_back(*h.LinkOf(h.Node(k)));
-    // A second node with key 30, from outside the pool.
-    Item twin = h.Probe(30);
-    std::memset(twin.raw + GetParam().linkOffset, 0x5A, sizeof(Link));
-    SetLastError(kCallerError);
-    EXPECT_EQ(lavlIns(h.tree(), twin.raw), 0);
-    EXPECT_EQ(GetLastError(), LERR_AVLDUPLICATE);
-    EXPECT_EQ(LatestMarkError(), LERR_AVLDUPLICATE);
-    size_t i = 0;
-    for (ULONG_PTR k : {40, 20, 60, 10, 30}) EXPECT_EQ(std::memcmp(h.LinkOf(h.Node(k)), &before[i++], sizeof(Link)), 0);
-    EXPECT_EQ(h.Soundness({10, 20, 30, 40, 60}), "");
-}
-
-TEST_P(AvlTreeTest, OnlyNodeOutAndBackIn) {
-    Harness h(GetParam());
-    ASSERT_EQ(h.Ins(8), 1);
-    ASSERT_EQ(h.Del(8), 1);
-    EXPECT_EQ(h.Root(), nullptr);
-    EXPECT_EQ(lavlGetEntryNum(h.tree()), 0u);
-    ASSERT_EQ(h.Ins(8), 1);
-    ASSERT_EQ(h.Ins(6), 1);
-    EXPECT_EQ(h.Soundness({6, 8}), "");
 }
 
 TEST_P(AvlTreeTest, RootOutTradesPlacesWithItsLeftChild) {
@@ -258,20 +207,6 @@ TEST_P(AvlTreeTest, RootOutTradesPlacesWithItsLeftChild) {
     ASSERT_EQ(h.Del(10), 1);
     EXPECT_EQ(h.Root(), h.LinkOf(h.Node(30)));
     EXPECT_EQ(h.Soundness({30}), "");
-}
-
-TEST_P(AvlTreeTest, NodeMovesBetweenTreesUncleared) {
-    Harness h(GetParam());
-    void* other = lavlCreate(GetParam().linkOffset, GetParam().comparator ? CompareField : nullptr);
-    for (ULONG_PTR k : {2, 4, 6, 8, 10}) ASSERT_EQ(h.Ins(k), 1);
-    ASSERT_EQ(h.Del(4), 1);
-    ASSERT_EQ(lavlIns(other, h.Node(4)), 1);
-    EXPECT_EQ(h.Soundness({2, 6, 8, 10}), "");
-    EXPECT_EQ(lavlGetEntryNum(other), 1u);
-    EXPECT_EQ(lavlGetFirstNode(other, nullptr, 0), h.Node(4));
-    EXPECT_EQ(lavlGetNextNode(other, h.Node(4), 1), nullptr);
-    EXPECT_EQ(lavlGetNextNode(other, h.Node(4), 0), nullptr);
-    EXPECT_EQ(lavlDestroy(other), 1);
 }
 
 // Insertion in breadth-first order builds the given shape without a
@@ -311,41 +246,30 @@ TEST_P(AvlTreeTest, DeletionRotatesAtSeveralLevels) {
     EXPECT_GE(moved, 8);  // four single rotations, two nodes each
 }
 
+// Sorted fills and emptyings rotate the same way at every step.
 TEST_P(AvlTreeTest, OrderedFillsAndEmptyings) {
     const int n = 300;
-    struct Plan {
-        const char* name;
-        bool fillDown, emptyDown, emptyShuffled;
-    };
-    const Plan plans[] = {{"up, up", false, false, false},
-                          {"up, down", false, true, false},
-                          {"down, up", true, false, false},
-                          {"down, shuffled", true, false, true}};
-    for (const Plan& plan : plans) {
-        SCOPED_TRACE(plan.name);
+    std::vector<ULONG_PTR> up;
+    for (int i = 0; i < n; ++i) up.push_back(Harness::KeyAt(i));
+    std::vector<ULONG_PTR> down(up.rbegin(), up.rend()), shuffled(up);
+    std::shuffle(shuffled.begin(), shuffled.end(), std::mt19937(7));
+    const std::pair<const std::vector<ULONG_PTR>*, const std::vector<ULONG_PTR>*> plans[] = {
+        {&up, &up}, {&up, &down}, {&down, &up}, {&down, &shuffled}};
+    for (const auto& [fill, empty] : plans) {
         Harness h(GetParam(), n);
-        std::vector<ULONG_PTR> keys;
-        for (int i = 0; i < n; ++i) keys.push_back(Harness::KeyAt(i));
         std::set<ULONG_PTR> ref;
-        std::vector<ULONG_PTR> fill(keys);
-        if (plan.fillDown) std::reverse(fill.begin(), fill.end());
-        for (ULONG_PTR k : fill) {
+        for (ULONG_PTR k : *fill) {
             ASSERT_EQ(h.Ins(k), 1);
             ref.insert(k);
             ASSERT_EQ(h.Soundness(ref), "") << "after inserting " << k;
         }
-        std::vector<ULONG_PTR> empty(keys);
-        if (plan.emptyDown) std::reverse(empty.begin(), empty.end());
-        if (plan.emptyShuffled) std::shuffle(empty.begin(), empty.end(), std::mt19937(7));
-        for (ULONG_PTR k : empty) {
+        for (ULONG_PTR k : *empty) {
             ASSERT_EQ(h.Del(k), 1);
             ref.erase(k);
             ASSERT_EQ(h.Soundness(ref), "") << "after deleting " << k;
         }
     }
 }
-
-// ---- the random mix ---------------------------------------------------------------------
 
 TEST_P(AvlTreeTest, RandomMixMatchesSet) {
     Harness h(GetParam(), 200);
@@ -360,9 +284,10 @@ TEST_P(AvlTreeTest, RandomMixMatchesSet) {
             // A key that is there already comes in a second node of its own.
             bool fresh = ref.insert(key).second;
             Item twin = h.Probe(key);
-            SetLastError(kCallerError);
+            PrepareCall();
             ASSERT_EQ(fresh ? h.Ins(key) : lavlIns(h.tree(), twin.raw), fresh ? 1 : 0);
             ASSERT_EQ(GetLastError(), fresh ? kCallerError : LERR_AVLDUPLICATE);
+            ASSERT_EQ(LatestMarkError(), fresh ? kProbeError : LERR_AVLDUPLICATE);
         } else if (op < 80) {
             if (ref.empty()) continue;
             auto it = ref.lower_bound(key);
@@ -393,8 +318,6 @@ TEST_P(AvlTreeTest, RandomMixMatchesSet) {
     }
 }
 
-// ---- walks ----------------------------------------------------------------------------
-
 TEST_P(AvlTreeTest, FirstNodeOfSubtreesAndEnds) {
     Harness h(GetParam());
     for (ULONG_PTR k : {40, 20, 60, 10, 30, 70}) ASSERT_EQ(h.Ins(k), 1);
@@ -403,13 +326,12 @@ TEST_P(AvlTreeTest, FirstNodeOfSubtreesAndEnds) {
     EXPECT_EQ(lavlGetFirstNode(h.tree(), h.Node(60), 0), h.Node(60));  // no left child
     EXPECT_EQ(lavlGetFirstNode(h.tree(), h.Node(60), ~ULONG_PTR{0}), h.Node(70));
     for (ULONG_PTR end : {ULONG_PTR{1}, ULONG_PTR{2}, ~ULONG_PTR{1}}) {
-        ArmMarkProbe();
-        SetLastError(kCallerError);
+        PrepareCall();
         EXPECT_EQ(lavlGetFirstNode(h.tree(), nullptr, end), nullptr);
         EXPECT_EQ(GetLastError(), kCallerError);
         EXPECT_EQ(LatestMarkError(), kProbeError);
     }
-    ArmMarkProbe();
+    PrepareCall();
     EXPECT_EQ(lavlGetNextNode(h.tree(), h.Node(70), 1), nullptr);
     EXPECT_EQ(lavlGetNextNode(h.tree(), h.Node(10), 0), nullptr);
     EXPECT_EQ(lavlGetNextNode(h.tree(), h.Node(10), 7), nullptr);  // any direction but 1 goes back
@@ -473,8 +395,6 @@ TEST(AvlDefaultOrder, KeyWordsCompareAsSignedDifferences) {
     EXPECT_EQ(lavlDestroy(tree), 1);
 }
 
-// ---- bad arguments -----------------------------------------------------------------------
-
 TEST(AvlArguments, FailuresSetTheirErrorAndMark) {
     Item probe{};
     void* tree = lavlCreate(0, nullptr);
@@ -502,8 +422,7 @@ TEST(AvlArguments, FailuresSetTheirErrorAndMark) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        ArmMarkProbe();
-        SetLastError(kCallerError);
+        PrepareCall();
         EXPECT_EQ(c.call(), c.result);
         EXPECT_EQ(GetLastError(), c.error);
         EXPECT_EQ(LatestMarkError(), c.error);
@@ -512,16 +431,13 @@ TEST(AvlArguments, FailuresSetTheirErrorAndMark) {
     EXPECT_EQ(lavlDestroy(tree), 1);
 }
 
-// ---- corrupted trees ---------------------------------------------------------------------
-
 TEST(AvlCorruption, OperationsGiveUp) {
     Harness h(Layout{0, false});
     for (ULONG_PTR k : {20, 10, 30}) ASSERT_EQ(h.Ins(k), 1);
 
     // A balance word out of range stops the insertion that has to rebalance there.
     h.LinkOf(h.Node(20))->balance = 7;
-    ArmMarkProbe();
-    SetLastError(kCallerError);
+    PrepareCall();
     EXPECT_EQ(h.Ins(40), 0);
     EXPECT_EQ(GetLastError(), kCallerError);
     EXPECT_EQ(LatestMarkError(), kProbeError);
@@ -536,8 +452,7 @@ TEST(AvlCorruption, OperationsGiveUp) {
     EXPECT_EQ(h.Search(15, 1, &found), 2);
     EXPECT_EQ(found, nullptr);
     EXPECT_EQ(LatestMarkError(), kCallerError);
-    ArmMarkProbe();
-    SetLastError(kCallerError);
+    PrepareCall();
     EXPECT_EQ(h.Del(10), 0);
     EXPECT_EQ(LatestMarkError(), kCallerError);
     EXPECT_EQ(lavlGetEntryNum(h.tree()), 3u);
