@@ -89,12 +89,11 @@ TEST_F(Lamlc, FirstBlockAndUnitAreRounded) {
         EXPECT_EQ(w.freeBytes, c.blockBytes);
         EXPECT_EQ(w.usedBytes + w.slackBytes + w.bigCount, 0u);
     }
-    SetLastError(0);
-    EXPECT_EQ(lamlcCreate(0, 16, 0), nullptr);
-    EXPECT_EQ(GetLastError(), LERR_INVALIDARG);
-    SetLastError(0);
-    EXPECT_EQ(lamlcCreate(16, 0, 0), nullptr);
-    EXPECT_EQ(GetLastError(), LERR_INVALIDARG);
+    for (auto [first, unit] : {std::pair<DWORD, DWORD>{0, 16}, {16, 0}}) {
+        SetLastError(0);
+        EXPECT_EQ(lamlcCreate(first, unit, 0), nullptr);
+        EXPECT_EQ(GetLastError(), LERR_INVALIDARG);
+    }
 }
 
 TEST_F(Lamlc, ChunkWordsAndTheFloor) {
