@@ -115,10 +115,7 @@ TEST(LmemTest, FreeOfOddPointers) {
     std::thread([&] { theirs = lmemVirtualAllocFunc(100, 0); }).join();
     ASSERT_NE(theirs, nullptr);
 
-    struct Case {
-        const char* what;
-        void* p;
-    } cases[] = {
+    struct Case { const char* what; void* p; } cases[] = {
         {"interior of a global block", live + 8},
         {"freed block", freed},
         {"stack", &onStack},
@@ -312,12 +309,7 @@ TEST(LmemTest, ARegionBeyond32BitsIsExhaustedMemory) {
 TEST(LmemTest, CountersFollowARandomMixAgainstAModel) {
     std::mt19937 rng(20240611);
     Counters model = ReadCounters();
-    struct Block {
-        char* p;
-        DWORD size;  // global: its size; virtual: dataSize
-        bool isVirtual;
-        char fill;
-    };
+    struct Block { char* p; DWORD size; bool isVirtual; char fill; };  // size: a virtual block's first page
     std::vector<Block> blocks;
     auto grow = [](DWORD& total, DWORD& peak, DWORD n) {
         total += n;
@@ -418,10 +410,7 @@ public:
     std::vector<void*> Regions() const { return regions_; }
 
 private:
-    struct Owned {
-        char* p;
-        bool isVirtual;
-    };
+    struct Owned { char* p; bool isVirtual; };
     void Keep(void* p, bool isVirtual) {
         owned_.push_back({static_cast<char*>(p), isVirtual});
         if (isVirtual) regions_.push_back(lmemGetVirtualAllocNode(p));
@@ -437,10 +426,7 @@ private:
     std::vector<void*> regions_;
 };
 
-struct FaultCase {
-    const char* name;
-    OrvaFaultOp op;
-};
+struct FaultCase { const char* name; OrvaFaultOp op; };
 void PrintTo(const FaultCase& c, std::ostream* os) { *os << c.name; }
 
 class LmemExhaustionTest : public ::testing::TestWithParam<FaultCase> {

@@ -44,11 +44,7 @@ TEST(MembufsTest, RequestsLandWhereThePlanSays) {
     for (const auto& b : plan) model.classes.push_back({b.slotSize, std::vector<bool>(b.slotNum, false)});
 
     std::mt19937 rng(4242);
-    struct Live {
-        BYTE* p;
-        DWORD size;
-        BYTE seed;
-    };
+    struct Live { BYTE* p; DWORD size; BYTE seed; };
     std::vector<Live> live;
     for (int step = 0; step < 4000; ++step) {
         int action = rng() % 10;
@@ -151,10 +147,7 @@ TEST(MembufsTest, FreeOfInteriorTwiceAndForeignPointers) {
 TEST(MembufsTest, BadArgumentsEndWithInvalidArg) {
     tagLMM_MembufsBlock zeroSize[] = {{16, 2}, {0, 1}};
     tagLMM_MembufsBlock zeroCount[] = {{16, 0}};
-    struct Case {
-        tagLMM_MembufsBlock* blocks;
-        DWORD num;
-    } cases[] = {{nullptr, 1}, {zeroSize, 0}, {zeroSize, 2}, {zeroCount, 1}};
+    struct Case { tagLMM_MembufsBlock* blocks; DWORD num; } cases[] = {{nullptr, 1}, {zeroSize, 0}, {zeroSize, 2}, {zeroCount, 1}};
     for (const Case& c : cases) {
         SetLastError(0);
         EXPECT_EQ(lmembufsCreate(c.blocks, c.num), nullptr);
