@@ -89,12 +89,11 @@ TEST_F(Lamlc, FirstBlockAndUnitAreRounded) {
         EXPECT_EQ(w.freeBytes, c.blockBytes);
         EXPECT_EQ(w.usedBytes + w.slackBytes + w.bigCount, 0u);
     }
-    SetLastError(0);
-    EXPECT_EQ(lamlcCreate(0, 16, 0), nullptr);
-    EXPECT_EQ(GetLastError(), LERR_INVALIDARG);
-    SetLastError(0);
-    EXPECT_EQ(lamlcCreate(16, 0, 0), nullptr);
-    EXPECT_EQ(GetLastError(), LERR_INVALIDARG);
+    for (auto [first, unit] : {std::pair<DWORD, DWORD>{0, 16}, {16, 0}}) {
+        SetLastError(0);
+        EXPECT_EQ(lamlcCreate(first, unit, 0), nullptr);
+        EXPECT_EQ(GetLastError(), LERR_INVALIDARG);
+    }
 }
 
 TEST_F(Lamlc, ChunkWordsAndTheFloor) {
@@ -339,22 +338,14 @@ const Api kApis[] = {
     {"lamlc", lamlcCreate, lamlcDestroy, lamlcAlloc, lamlcFree, lamlcReSize, lamlcCompact, lamlcCheck},
     {"laemm", laemmCreateFunc, laemmDestroy, laemmAlloc, laemmFree, laemmReSize, laemmCompact, laemmCheckNodeLink}};
 
-struct Live {
-    void* p;
-    DWORD size;
-    unsigned seed;
-};
+struct Live { void* p; DWORD size; unsigned seed; };
 
 // A seeded mix of operations over two arenas against a model of their live
 // chunks. When `faultEvery` is set, the global heap fails now and then, and
 // an allocating operation that raises must leave the model unchanged.
 class LamlcRandom : public ::testing::TestWithParam<std::tuple<int, unsigned>> {
 protected:
-    struct ArenaModel {
-        void* arena;
-        DWORD unit;
-        std::vector<Live> live;
-    };
+    struct ArenaModel { void* arena; DWORD unit; std::vector<Live> live; };
 
     void Verify(const Api& api, const ArenaModel& m, bool contents) {
         ASSERT_EQ(api.check(), 1);
@@ -439,13 +430,10 @@ protected:
 };
 
 TEST_P(LamlcRandom, MixAgainstModel) {
-    const Api& api = kApis[std::get<0>(GetParam())];
-    Run(api, std::get<1>(GetParam()), 4000, 0);
+    Run(kApis[std::get<0>(GetParam())], std::get<1>(GetParam()), 4000, 0);
 }
-
 TEST_P(LamlcRandom, MixWithFailingHeap) {
-    const Api& api = kApis[std::get<0>(GetParam())];
-    Run(api, std::get<1>(GetParam()), 3000, 3);
+    Run(kApis[std::get<0>(GetParam())], std::get<1>(GetParam()), 3000, 3);
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, LamlcRandom, ::testing::Combine(::testing::Values(0, 1), ::testing::Values(1u, 2u, 3u)),

