@@ -39,55 +39,45 @@ inline BitTable* TableOf(void* table) { return static_cast<BitTable*>(table); }
 using SkipUpFn = long (*)(const BYTE* bits, long pos, long byteSize, bool one);
 using SkipDownFn = long (*)(const BYTE* bits, long end, bool one);
 
+// True when the 64 bytes at p hold no hit.
+inline bool NoHitSse2(const BYTE* p, bool one) {
+    const __m128i* v = reinterpret_cast<const __m128i*>(p);
+    __m128i a = _mm_loadu_si128(v), b = _mm_loadu_si128(v + 1);
+    __m128i c = _mm_loadu_si128(v + 2), d = _mm_loadu_si128(v + 3);
+    __m128i x = one ? _mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))
+                    : _mm_and_si128(_mm_and_si128(a, b), _mm_and_si128(c, d));
+    __m128i want = one ? _mm_setzero_si128() : _mm_set1_epi8(-1);
+    return _mm_movemask_epi8(_mm_cmpeq_epi8(x, want)) == 0xFFFF;
+}
+
+// True when the 128 bytes at p hold no hit.
+__attribute__((target("avx2"))) inline bool NoHitAvx2(const BYTE* p, bool one) {
+    const __m256i* v = reinterpret_cast<const __m256i*>(p);
+    __m256i a = _mm256_loadu_si256(v), b = _mm256_loadu_si256(v + 1);
+    __m256i c = _mm256_loadu_si256(v + 2), d = _mm256_loadu_si256(v + 3);
+    __m256i x = one ? _mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d))
+                    : _mm256_and_si256(_mm256_and_si256(a, b), _mm256_and_si256(c, d));
+    __m256i want = one ? _mm256_setzero_si256() : _mm256_set1_epi8(-1);
+    return static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(x, want))) == 0xFFFFFFFFu;
+}
+
 long SkipUpSse2(const BYTE* bits, long pos, long byteSize, bool one) {
-    const __m128i want = one ? _mm_setzero_si128() : _mm_set1_epi8(-1);
-    for (; pos + 64 <= byteSize; pos += 64) {
-        const __m128i* v = reinterpret_cast<const __m128i*>(bits + pos);
-        __m128i a = _mm_loadu_si128(v), b = _mm_loadu_si128(v + 1);
-        __m128i c = _mm_loadu_si128(v + 2), d = _mm_loadu_si128(v + 3);
-        __m128i x = one ? _mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))
-                        : _mm_and_si128(_mm_and_si128(a, b), _mm_and_si128(c, d));
-        if (_mm_movemask_epi8(_mm_cmpeq_epi8(x, want)) != 0xFFFF) break;
-    }
+    while (pos + 64 <= byteSize && NoHitSse2(bits + pos, one)) pos += 64;
     return pos;
 }
 
 long SkipDownSse2(const BYTE* bits, long end, bool one) {
-    const __m128i want = one ? _mm_setzero_si128() : _mm_set1_epi8(-1);
-    for (; end - 63 >= 0; end -= 64) {
-        const __m128i* v = reinterpret_cast<const __m128i*>(bits + end - 63);
-        __m128i a = _mm_loadu_si128(v), b = _mm_loadu_si128(v + 1);
-        __m128i c = _mm_loadu_si128(v + 2), d = _mm_loadu_si128(v + 3);
-        __m128i x = one ? _mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))
-                        : _mm_and_si128(_mm_and_si128(a, b), _mm_and_si128(c, d));
-        if (_mm_movemask_epi8(_mm_cmpeq_epi8(x, want)) != 0xFFFF) break;
-    }
+    while (end - 63 >= 0 && NoHitSse2(bits + end - 63, one)) end -= 64;
     return end;
 }
 
 __attribute__((target("avx2"))) long SkipUpAvx2(const BYTE* bits, long pos, long byteSize, bool one) {
-    const __m256i want = one ? _mm256_setzero_si256() : _mm256_set1_epi8(-1);
-    for (; pos + 128 <= byteSize; pos += 128) {
-        const __m256i* v = reinterpret_cast<const __m256i*>(bits + pos);
-        __m256i a = _mm256_loadu_si256(v), b = _mm256_loadu_si256(v + 1);
-        __m256i c = _mm256_loadu_si256(v + 2), d = _mm256_loadu_si256(v + 3);
-        __m256i x = one ? _mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d))
-                        : _mm256_and_si256(_mm256_and_si256(a, b), _mm256_and_si256(c, d));
-        if (static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(x, want))) != 0xFFFFFFFFu) break;
-    }
+    while (pos + 128 <= byteSize && NoHitAvx2(bits + pos, one)) pos += 128;
     return SkipUpSse2(bits, pos, byteSize, one);
 }
 
 __attribute__((target("avx2"))) long SkipDownAvx2(const BYTE* bits, long end, bool one) {
-    const __m256i want = one ? _mm256_setzero_si256() : _mm256_set1_epi8(-1);
-    for (; end - 127 >= 0; end -= 128) {
-        const __m256i* v = reinterpret_cast<const __m256i*>(bits + end - 127);
-        __m256i a = _mm256_loadu_si256(v), b = _mm256_loadu_si256(v + 1);
-        __m256i c = _mm256_loadu_si256(v + 2), d = _mm256_loadu_si256(v + 3);
-        __m256i x = one ? _mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d))
-                        : _mm256_and_si256(_mm256_and_si256(a, b), _mm256_and_si256(c, d));
-        if (static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(x, want))) != 0xFFFFFFFFu) break;
-    }
+    while (end - 127 >= 0 && NoHitAvx2(bits + end - 127, one)) end -= 128;
     return SkipDownSse2(bits, end, one);
 }
 
