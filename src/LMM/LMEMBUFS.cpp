@@ -3,7 +3,10 @@
 //
 // One data block holds every class's slots, one class behind the other, and
 // each class has a bit table in which a set bit marks a used slot; a slot is
-// found with one bit search and released with one bit write. Overflow blocks
+// found with one bit search and released with one bit write. Beside each
+// table the pool keeps a summary with one bit per 64-bit word of the table,
+// set while that word has a free slot, so the lowest free slot is two count
+// instructions away however full the class is. Overflow blocks
 // carry an AVL link and live in `usedTree` while the caller has them and in
 // `freeTree` after release, ordered by size, for reuse until compaction.
 #include <cstring>
@@ -26,9 +29,15 @@ struct ClassEntry {
     BYTE* first;  // the class's first slot
     BYTE* last;   // its last byte
     void* bits;   // set while the slot is used
-    DWORD lowestFree;  // every slot below this one is used
     uint64_t reciprocal;  // divides by slotSize with one multiplication; 0 for slots of 1 byte
+    BYTE* words;  // the bit table's own words
+    uint64_t* open;  // bit w % 64 of open[w / 64] is set while table word w has a free slot
+    DWORD openNum;   // summary words
+    DWORD next;      // the lowest free slot, kept ready; kBitNotFound while the class is full
 };
+
+// Summary words for a class of n slots: one bit per 64 slots.
+inline DWORD SummaryWords(DWORD slotNum) { return static_cast<DWORD>((uint64_t{slotNum} + 4095) / 4096); }
 
 // Sizes up to this many bytes find their class through a table in the pool
 // record; a plan with larger slots searches the classes in order.
@@ -41,7 +50,10 @@ struct Pool {
     void* usedTree;
     void* freeTree;
     BYTE* classBySize;  // [size] = the first class that holds it, for sizes up to lookupLimit
+                        // (the summaries and this table follow the entries in the record's block)
     DWORD lookupLimit;  // the largest slot size when it has a table, else 0
+    BYTE* data;         // the slots of all classes
+    ULONG_PTR dataSize;
     ClassEntry entries[1];  // classNum entries; the first one's slots open the data block
 };
 
@@ -119,7 +131,7 @@ bool ArgumentsPass(tagLMM_MembufsBlock* blocks, DWORD num, DWORD* dataSize, DWOR
 inline ClassEntry* ClassForSize(Pool* pool, DWORD size) {
     DWORD k = 0;
     if (size <= pool->lookupLimit) {
-        k = pool->classBySize[size];
+        return &pool->classes[pool->classBySize[size]];  // the largest slot holds it: always a class
     } else if (pool->lookupLimit != 0) {
         return nullptr;  // larger than every slot
     } else {
@@ -137,10 +149,71 @@ void FillLookup(Pool* pool) {
     }
 }
 
+// The first 0 bit of a table word that has one, in index order.
+inline DWORD FirstFreeOf(const ClassEntry* entry, DWORD word) {
+    const uint64_t raw = lal::RawWord(entry->words, static_cast<long>(word) * 8);
+    return word * 64 + static_cast<DWORD>(__builtin_clzll(~__builtin_bswap64(raw)));
+}
+
+// The lowest free slot in the open words of summary word s and later ones,
+// or kBitNotFound.
+__attribute__((noinline)) DWORD LowestFreeFrom(const ClassEntry* entry, DWORD s) {
+    for (; s < entry->openNum; ++s) {
+        if (entry->open[s] != 0) return FirstFreeOf(entry, s * 64 + static_cast<DWORD>(__builtin_ctzll(entry->open[s])));
+    }
+    return lal::kBitNotFound;
+}
+
+// Marks the class's lowest free slot used and finds the next one. The slots
+// below it are all used, so every open word lies at or above its word: the
+// next one is the first 0 of the lowest open word, which is its own word
+// unless that has just become full. The summary is updated without a branch
+// on that, which a churn of requests could not predict. The pool's own
+// tables are valid by construction, so it reads and writes their words
+// without the checks of the exported entry points.
+inline DWORD TakeLowestFree(ClassEntry* entry) {
+    const DWORD index = entry->next;
+    const DWORD word = index >> 6;
+    BYTE* at = entry->words + static_cast<size_t>(word) * 8;
+    const uint64_t raw = lal::RawWord(at, 0) | lal::RawMask(index);
+    std::memcpy(at, &raw, sizeof raw);
+    const uint64_t full = raw == ~uint64_t{0} ? 1 : 0;
+    const uint64_t summary = entry->open[word >> 6] & ~(full << (word & 63));
+    entry->open[word >> 6] = summary;
+    entry->next = summary != 0 ? FirstFreeOf(entry, (word & ~DWORD{63}) + static_cast<DWORD>(__builtin_ctzll(summary)))
+                               : LowestFreeFrom(entry, (word >> 6) + 1);
+    return index;
+}
+
+// Frees a slot of a class; a slot that is free already stays free.
+inline void GiveBack(ClassEntry* entry, DWORD index) {
+    const DWORD word = index >> 6;
+    BYTE* at = entry->words + static_cast<size_t>(word) * 8;
+    const uint64_t raw = lal::RawWord(at, 0) & ~lal::RawMask(index);
+    std::memcpy(at, &raw, sizeof raw);
+    entry->open[word >> 6] |= uint64_t{1} << (word & 63);
+    entry->next = index < entry->next ? index : entry->next;
+}
+
+// Bits past the last slot in the table's last word are marked used, so that
+// a word is full exactly when all its slots are; the table's own search
+// never looks past its count, so they are invisible to it. Every word with
+// slots starts open, and slot 0 is the first free one.
+void OpenClass(ClassEntry* entry, uint64_t* summary) {
+    auto* table = static_cast<lal::BitTable*>(entry->bits);
+    for (DWORD index = entry->slotNum; index % 64 != 0; ++index) lal::WriteBit(table, index, 1);
+    const DWORD words = (entry->slotNum + 63) / 64;
+    for (DWORD w = 0; w < words; ++w) summary[w >> 6] |= uint64_t{1} << (w & 63);
+    entry->words = table->bits;
+    entry->open = summary;
+    entry->openNum = SummaryWords(entry->slotNum);
+    entry->next = 0;
+}
+
 // (offset / slotSize) for offsets within the data block, which are below
 // 2^32: the product with the rounded-up reciprocal of 2^64 is exact there.
 inline DWORD SlotIndex(const ClassEntry* entry, const BYTE* p) {
-    uint64_t offset = static_cast<uint64_t>(p - entry->first);
+    const uint64_t offset = Address(p) - Address(entry->first);
     if (entry->reciprocal == 0) return static_cast<DWORD>(offset);  // 2^64 itself does not fit
     return static_cast<DWORD>((static_cast<unsigned __int128>(offset) * entry->reciprocal) >> 64);
 }
@@ -148,9 +221,10 @@ inline DWORD SlotIndex(const ClassEntry* entry, const BYTE* p) {
 // The class whose slots hold p, or null. The classes lie one behind the
 // other in one block, so it is the count of classes that end before p.
 inline ClassEntry* ClassOfSlot(Pool* pool, const BYTE* p) {
+    if (Address(p) - Address(pool->data) >= pool->dataSize) return nullptr;
     DWORD k = 0;
     for (DWORD i = 0; i < pool->classNum; ++i) k += pool->classes[i].last < p;
-    return k < pool->classNum && p >= pool->classes[k].first ? &pool->classes[k] : nullptr;
+    return &pool->classes[k];
 }
 
 // A request that no slot takes: a free block of that size or the next
@@ -219,6 +293,29 @@ __attribute__((noinline)) int FreeOverflow(Pool* pl, BYTE* at) {
     return 1;
 }
 
+// Where the parts of the pool record lie in its one block: the class
+// entries, each class's summary, then the table by size.
+struct RecordLayout {
+    DWORD summaries, sizeTable, size;
+    DWORD lookupLimit;
+    RecordLayout(const tagLMM_MembufsBlock* blocks, DWORD num, DWORD maxSlot) {
+        lookupLimit = maxSlot <= kMaxLookupSize && num < 255 ? maxSlot : 0;  // class numbers fit its bytes
+        summaries = static_cast<DWORD>(offsetof(Pool, entries) + num * sizeof(ClassEntry));
+        DWORD summaryWords = 0;
+        for (DWORD i = 0; i < num; ++i) summaryWords += SummaryWords(blocks[i].slotNum);
+        sizeTable = summaries + summaryWords * 8;
+        size = sizeTable + (lookupLimit != 0 ? lookupLimit + 1 : 0);
+    }
+};
+
+void FillTables(Pool* pool, const RecordLayout& layout, BYTE* data, DWORD dataSize) {
+    pool->lookupLimit = layout.lookupLimit;
+    pool->classBySize = reinterpret_cast<BYTE*>(pool) + layout.sizeTable;
+    FillLookup(pool);
+    pool->data = data;
+    pool->dataSize = dataSize;
+}
+
 }  // namespace
 
 void* lmembufsCreate(struct tagLMM_MembufsBlock* blocks, DWORD num) {
@@ -229,23 +326,21 @@ void* lmembufsCreate(struct tagLMM_MembufsBlock* blocks, DWORD num) {
         ReleasePartial(nullptr, 0, nullptr, nullptr, nullptr);
         return nullptr;
     }
+    const RecordLayout layout(blocks, num, maxSlot);
     Pool* pool = nullptr;
     BYTE* data = nullptr;
     void* usedTree = nullptr;
     void* freeTree = nullptr;
     DWORD tablesMade = 0;
     try {
-        const DWORD lookupLimit = maxSlot <= kMaxLookupSize && num < 255 ? maxSlot : 0;
-        const DWORD entriesEnd = static_cast<DWORD>(offsetof(Pool, entries) + num * sizeof(ClassEntry));
-        pool = static_cast<Pool*>(lmemAllocFunc(entriesEnd + (lookupLimit != 0 ? lookupLimit + 1 : 0), LDE_POS()));
-        pool->lookupLimit = lookupLimit;
-        pool->classBySize = reinterpret_cast<BYTE*>(pool) + entriesEnd;
+        pool = static_cast<Pool*>(lmemAllocFunc(layout.size, LDE_POS()));
         data = static_cast<BYTE*>(lmemAllocFunc(dataSize, LDE_POS()));
         usedTree = lavlCreate(0, CompareUsed);
         freeTree = lavlCreate(0, CompareFree);
         pool->classNum = num;
         pool->classes = pool->entries;
         pool->trees = &pool->usedTree;
+        auto* summary = reinterpret_cast<uint64_t*>(reinterpret_cast<BYTE*>(pool) + layout.summaries);
         BYTE* next = data;
         for (; tablesMade < num; ++tablesMade) {
             ClassEntry& entry = pool->entries[tablesMade];
@@ -256,8 +351,10 @@ void* lmembufsCreate(struct tagLMM_MembufsBlock* blocks, DWORD num) {
             next += entry.slotSize * entry.slotNum;
             entry.last = next - 1;
             entry.reciprocal = ~uint64_t{0} / entry.slotSize + 1;
+            OpenClass(&entry, summary);
+            summary += entry.openNum;
         }
-        FillLookup(pool);
+        FillTables(pool, layout, data, dataSize);
     } catch (...) {
         if (pool != nullptr) ReleasePartial(pool, tablesMade, usedTree, freeTree, data);
         throw;
@@ -309,19 +406,10 @@ void* lmembufsAlloc(void* pool, DWORD size) {
     }
     Pool* p = PoolOf(pool);
     if (ClassEntry* entry = ClassForSize(p, size)) {
-        // The lowest free slot. The search starts where the slots below are
-        // known to be used, which finds the same slot as a search from 0.
-        // The pool's own tables are valid by construction, so it takes the
-        // table's search and write without the checks of their entry points.
-        auto* bits = static_cast<lal::BitTable*>(entry->bits);
-        DWORD index = entry->lowestFree < entry->slotNum ? lal::NearestUp(bits, entry->lowestFree, 0)
-                                                         : lal::kBitNotFound;
-        if (index != lal::kBitNotFound) {
-            lal::WriteBit(bits, index, 1);
-            entry->lowestFree = index + 1;
-            return entry->first + static_cast<size_t>(index) * entry->slotSize;
+        if (entry->next != lal::kBitNotFound) {
+            return entry->first + static_cast<size_t>(TakeLowestFree(entry)) * entry->slotSize;
         }
-        entry->lowestFree = entry->slotNum;  // full: a larger class is not tried
+        // The class is full: a larger class is not tried.
     }
     return AllocOverflow(p, size);
 }
@@ -335,9 +423,7 @@ int lmembufsFree(void* pool, void* p) {
     Pool* pl = PoolOf(pool);
     auto* at = static_cast<BYTE*>(p);
     if (ClassEntry* entry = ClassOfSlot(pl, at)) {
-        DWORD index = SlotIndex(entry, at);
-        lal::WriteBit(static_cast<lal::BitTable*>(entry->bits), index, 0);
-        if (index < entry->lowestFree) entry->lowestFree = index;
+        GiveBack(entry, SlotIndex(entry, at));
         return 1;
     }
     return FreeOverflow(pl, at);

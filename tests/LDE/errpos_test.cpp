@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <orvanest/ORVANEST.h>
@@ -32,12 +33,22 @@ std::string UnmarkedPage(int first) {
     return page;
 }
 
+// A thread attaches on its first call, with a ring that holds no mark yet.
+template <class Body>
+void OnFreshThread(Body body) {
+    std::thread(body).join();
+}
+
 TEST(DispErrPos, OkTwiceThenCancel) {
     g_boxes.clear();
     g_okBeforeCancel = 2;
     ORVA_MSGBOXHANDLER old = OrvaSetMessageBoxHandler(Answering);
-    SetLastError(77);
-    ldbgDispErrPos();
+    DWORD lastError = 0;
+    OnFreshThread([&] {
+        SetLastError(77);
+        ldbgDispErrPos();
+        lastError = GetLastError();
+    });
     OrvaSetMessageBoxHandler(old);
     ASSERT_EQ(g_boxes.size(), 3u);
     for (int i = 0; i < 3; ++i) {
@@ -46,14 +57,14 @@ TEST(DispErrPos, OkTwiceThenCancel) {
         // After attach the ring holds no mark: every row is unknown, line 0.
         EXPECT_EQ(g_boxes[i].text, UnmarkedPage(16 * i)) << i;
     }
-    EXPECT_EQ(GetLastError(), 77u);
+    EXPECT_EQ(lastError, 77u);
 }
 
 TEST(DispErrPos, NinthPageStartsAgainAtRowZero) {
     g_boxes.clear();
     g_okBeforeCancel = 8;
     ORVA_MSGBOXHANDLER old = OrvaSetMessageBoxHandler(Answering);
-    ldbgDispErrPos();
+    OnFreshThread([] { ldbgDispErrPos(); });
     OrvaSetMessageBoxHandler(old);
     ASSERT_EQ(g_boxes.size(), 9u);
     EXPECT_EQ(g_boxes[7].text, UnmarkedPage(112));

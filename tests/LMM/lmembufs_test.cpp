@@ -128,6 +128,41 @@ TEST(MembufsTest, RequestsLandWhereThePlanSays) {
     EXPECT_EQ(lmembufsDestroy(pool), 1);
 }
 
+// A class of many words, spread over two summary words: after filling it,
+// releasing a random set and asking again, the answers come lowest slot
+// first, and a full class sends requests to overflow blocks.
+TEST(MembufsTest, LowestFreeSlotAcrossManyWords) {
+    for (DWORD slots : {63u, 64u, 65u, 4096u, 4097u, 9000u}) {
+        tagLMM_MembufsBlock plan[] = {{8, slots}};
+        void* pool = lmembufsCreate(plan, 1);
+        std::vector<BYTE*> slot(slots);
+        for (DWORD i = 0; i < slots; ++i) slot[i] = static_cast<BYTE*>(lmembufsAlloc(pool, 8));
+        for (DWORD i = 1; i < slots; ++i) ASSERT_EQ(slot[i], slot[0] + 8 * i) << slots;
+        std::mt19937 rng(slots);
+        std::set<DWORD> freed;
+        for (int round = 0; round < 3; ++round) {
+            for (DWORD n = 0; n < slots / 3 + 1; ++n) {
+                DWORD i = rng() % slots;
+                ASSERT_EQ(lmembufsFree(pool, slot[i]), 1);
+                freed.insert(i);
+            }
+            while (freed.size() > slots / 10) {  // take back most, keep some holes
+                ASSERT_EQ(lmembufsAlloc(pool, 1 + rng() % 8), slot[*freed.begin()]) << slots;
+                freed.erase(freed.begin());
+            }
+        }
+        while (!freed.empty()) {
+            ASSERT_EQ(lmembufsAlloc(pool, 8), slot[*freed.begin()]) << slots;
+            freed.erase(freed.begin());
+        }
+        auto* overflow = static_cast<BYTE*>(lmembufsAlloc(pool, 8));
+        EXPECT_TRUE(overflow < slot[0] || overflow > slot[slots - 1]) << "full: an overflow block";
+        EXPECT_EQ(lmembufsFree(pool, slot[slots - 1]), 1);
+        EXPECT_EQ(lmembufsAlloc(pool, 8), slot[slots - 1]) << "the last slot, not a bit past it";
+        EXPECT_EQ(lmembufsDestroy(pool), 1);
+    }
+}
+
 // Freeing anywhere inside a slot frees that slot; freeing it twice is no
 // error; a pointer from elsewhere is refused.
 TEST(MembufsTest, FreeOfInteriorTwiceAndForeignPointers) {
