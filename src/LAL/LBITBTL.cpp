@@ -5,13 +5,15 @@
 // in index order when the bytes are read as one big-endian number. The
 // search uses that: eight bytes loaded and byte-swapped are 64 bits in index
 // order, where the nearest hit is a count of leading (going up) or trailing
-// (going down) zeros. Words are read at aligned places (see bittable.h). After a few hundred bytes without a hit, the rest of
-// a long run is skipped 64 or 128 bytes at a time with vector comparisons
-// (AVX2 where the processor has it). The answer is always the one a bit-by-bit walk
-// gives; bits beyond `count` are masked off and never found, and no read goes
-// past the `byteSize` bytes of the table.
+// (going down) zeros. Words are read at aligned places (see bittable.h).
+// When the word around the start has no hit, the search goes on 128 bytes
+// at a time with vector compares (AVX-512 or AVX2 where the processor has
+// them), which finds a hit at any distance within a window without a branch
+// that a random distance would mispredict. The answer is always the one a bit-by-bit walk gives; bits beyond
+// `count` are never found, and no read goes past the table's block.
 #include <immintrin.h>
 
+#include <cstdlib>
 #include <cstring>
 
 #include <orvanest/LAL.h>
@@ -31,96 +33,149 @@ constexpr DWORD kFailed = 0xFFFFFFFFu;
 
 inline BitTable* TableOf(void* table) { return static_cast<BitTable*>(table); }
 
-// Runs without a hit are skipped a block at a time with vector compares: a
-// block has no hit when its bytes are all zero (1 wanted) or all ones (0
-// wanted). Each skipper gives the first block position, going up from pos or
-// down to the block that ends at pos, that may hold a hit or is too near the
-// edge of the table for a whole block.
-using SkipUpFn = long (*)(const BYTE* bits, long pos, long byteSize, bool one);
-using SkipDownFn = long (*)(const BYTE* bits, long end, bool one);
+// The bytes that hold a hit among the 128 bytes at p: bit i of lo (i < 64)
+// or of hi (i - 64) for byte i. A few compares and no branch, so that a hit
+// at any distance within the window costs the same.
+struct Window {
+    uint64_t lo, hi;
+};
 
-// True when the 64 bytes at p hold no hit.
-inline bool NoHitSse2(const BYTE* p, bool one) {
+inline uint64_t HitBytes64Sse2(const BYTE* p, __m128i noHit) {
     const __m128i* v = reinterpret_cast<const __m128i*>(p);
-    __m128i a = _mm_loadu_si128(v), b = _mm_loadu_si128(v + 1);
-    __m128i c = _mm_loadu_si128(v + 2), d = _mm_loadu_si128(v + 3);
-    __m128i x = one ? _mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))
-                    : _mm_and_si128(_mm_and_si128(a, b), _mm_and_si128(c, d));
-    __m128i want = one ? _mm_setzero_si128() : _mm_set1_epi8(-1);
-    return _mm_movemask_epi8(_mm_cmpeq_epi8(x, want)) == 0xFFFF;
+    uint64_t m = 0;
+    for (int i = 0; i < 4; ++i) {
+        const unsigned same = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_loadu_si128(v + i), noHit)));
+        m |= static_cast<uint64_t>(~same & 0xFFFFu) << (16 * i);
+    }
+    return m;
 }
 
-// True when the 128 bytes at p hold no hit.
-__attribute__((target("avx2"))) inline bool NoHitAvx2(const BYTE* p, bool one) {
+inline Window HitBytesSse2(const BYTE* p, bool one) {
+    const __m128i noHit = one ? _mm_setzero_si128() : _mm_set1_epi8(-1);
+    return {HitBytes64Sse2(p, noHit), HitBytes64Sse2(p + 64, noHit)};
+}
+
+__attribute__((target("avx2"))) inline uint64_t HitBytes64Avx2(const BYTE* p, __m256i noHit) {
     const __m256i* v = reinterpret_cast<const __m256i*>(p);
-    __m256i a = _mm256_loadu_si256(v), b = _mm256_loadu_si256(v + 1);
-    __m256i c = _mm256_loadu_si256(v + 2), d = _mm256_loadu_si256(v + 3);
-    __m256i x = one ? _mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d))
-                    : _mm256_and_si256(_mm256_and_si256(a, b), _mm256_and_si256(c, d));
-    __m256i want = one ? _mm256_setzero_si256() : _mm256_set1_epi8(-1);
-    return static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(x, want))) == 0xFFFFFFFFu;
+    const auto low = static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_loadu_si256(v), noHit)));
+    const auto high = static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_loadu_si256(v + 1), noHit)));
+    return ~(uint64_t{high} << 32 | low);
 }
 
-long SkipUpSse2(const BYTE* bits, long pos, long byteSize, bool one) {
-    while (pos + 64 <= byteSize && NoHitSse2(bits + pos, one)) pos += 64;
-    return pos;
+__attribute__((target("avx2"))) inline Window HitBytesAvx2(const BYTE* p, bool one) {
+    const __m256i noHit = one ? _mm256_setzero_si256() : _mm256_set1_epi8(-1);
+    return {HitBytes64Avx2(p, noHit), HitBytes64Avx2(p + 64, noHit)};
 }
 
-long SkipDownSse2(const BYTE* bits, long end, bool one) {
-    while (end - 63 >= 0 && NoHitSse2(bits + end - 63, one)) end -= 64;
-    return end;
+__attribute__((target("avx512bw"))) inline Window HitBytesAvx512(const BYTE* p, bool one) {
+    const __m512i noHit = one ? _mm512_setzero_si512() : _mm512_set1_epi8(-1);
+    return {_mm512_cmpneq_epi8_mask(_mm512_loadu_si512(p), noHit),
+            _mm512_cmpneq_epi8_mask(_mm512_loadu_si512(p + 64), noHit)};
 }
 
-__attribute__((target("avx2"))) long SkipUpAvx2(const BYTE* bits, long pos, long byteSize, bool one) {
-    while (pos + 128 <= byteSize && NoHitAvx2(bits + pos, one)) pos += 128;
-    return SkipUpSse2(bits, pos, byteSize, one);
+constexpr long kWindowBytes = 128;
+constexpr uint64_t kTop = uint64_t{1} << 63;
+
+// The first byte of a window that holds a hit; the window has one. Chosen
+// without a branch: when lo is empty, its count is 63 and the count in hi
+// adds on.
+inline long FirstHitByte(Window w) {
+    const uint64_t inHi = w.lo == 0 ? ~uint64_t{0} : 0;
+    return __builtin_ctzll(w.lo | kTop) + ((1 + __builtin_ctzll(w.hi | kTop)) & inHi);
 }
 
-__attribute__((target("avx2"))) long SkipDownAvx2(const BYTE* bits, long end, bool one) {
-    while (end - 127 >= 0 && NoHitAvx2(bits + end - 127, one)) end -= 128;
-    return SkipDownSse2(bits, end, one);
+// The last byte of a window that holds a hit; the window has one.
+inline long LastHitByte(Window w) {
+    const uint64_t inLo = w.hi == 0 ? ~uint64_t{0} : 0;
+    return 127 - __builtin_clzll(w.hi | 1) - ((1 + __builtin_clzll(w.lo | 1)) & inLo);
 }
 
-const bool g_haveAvx2 = __builtin_cpu_supports("avx2");
-const SkipUpFn g_skipUp = g_haveAvx2 ? SkipUpAvx2 : SkipUpSse2;
-const SkipDownFn g_skipDown = g_haveAvx2 ? SkipDownAvx2 : SkipDownSse2;
+// The first and last hit in a byte that holds one, in index order.
+inline DWORD FirstInByte(long pos, BYTE b) { return static_cast<DWORD>(pos * 8 + __builtin_clz(b) - 24); }
+inline DWORD LastInByte(long pos, BYTE b) { return static_cast<DWORD>(pos * 8 + 7 - __builtin_ctz(b)); }
 
-// Near hits are found word by word; after this many bytes without a hit
-// the search turns to skipping vector blocks.
-constexpr long kBytesBeforeSkipping = 256;
+// The search upwards after the word at pos held no hit: 128 bytes at a
+// time while a whole window fits in the block, then word by word; the block
+// ends in a whole word.
+template <Window (*Hits)(const BYTE*, bool)>
+__attribute__((always_inline)) inline DWORD SearchOnUp(const BitTable* t, long pos, DWORD last, uint64_t flip) {
+    const BYTE* const bits = t->bits;
+    const long blockBytes = lal::BlockBytes(t->byteSize);
+    const long lastWord = static_cast<long>(last >> 6) * 8;
+    const bool one = flip == 0;
+    for (pos += 8; pos + kWindowBytes <= blockBytes && pos <= lastWord; pos += kWindowBytes) {
+        const Window w = Hits(bits + pos, one);
+        if ((w.lo | w.hi) != 0) {
+            const long at = pos + FirstHitByte(w);
+            const DWORD index = FirstInByte(at, static_cast<BYTE>(bits[at] ^ flip));
+            return index <= last ? index : kBitNotFound;
+        }
+    }
+    for (; pos <= lastWord; pos += 8) {
+        const uint64_t w = lal::WordAt(bits, pos) ^ flip;
+        if (w != 0) return lal::FirstUp(pos, w, last);
+    }
+    return kBitNotFound;
+}
+
+// The search downwards after the word at pos held no hit: the 128 bytes
+// below, window by window, then word by word.
+template <Window (*Hits)(const BYTE*, bool)>
+__attribute__((always_inline)) inline DWORD SearchOnDown(const BitTable* t, long pos, uint64_t flip) {
+    const BYTE* const bits = t->bits;
+    const bool one = flip == 0;
+    for (; pos >= kWindowBytes; pos -= kWindowBytes) {
+        const Window w = Hits(bits + pos - kWindowBytes, one);
+        if ((w.lo | w.hi) != 0) {
+            const long at = pos - kWindowBytes + LastHitByte(w);
+            return LastInByte(at, static_cast<BYTE>(bits[at] ^ flip));
+        }
+    }
+    for (pos -= 8; pos >= 0; pos -= 8) {
+        const uint64_t w = lal::WordAt(bits, pos) ^ flip;
+        if (w != 0) return lal::FirstDown(pos, w);
+    }
+    return kBitNotFound;
+}
+
+DWORD SearchOnUpSse2(const BitTable* t, long pos, DWORD last, uint64_t flip) {
+    return SearchOnUp<HitBytesSse2>(t, pos, last, flip);
+}
+DWORD SearchOnDownSse2(const BitTable* t, long pos, uint64_t flip) { return SearchOnDown<HitBytesSse2>(t, pos, flip); }
+__attribute__((target("avx2"))) DWORD SearchOnUpAvx2(const BitTable* t, long pos, DWORD last, uint64_t flip) {
+    return SearchOnUp<HitBytesAvx2>(t, pos, last, flip);
+}
+__attribute__((target("avx2"))) DWORD SearchOnDownAvx2(const BitTable* t, long pos, uint64_t flip) {
+    return SearchOnDown<HitBytesAvx2>(t, pos, flip);
+}
+__attribute__((target("avx512bw"))) DWORD SearchOnUpAvx512(const BitTable* t, long pos, DWORD last, uint64_t flip) {
+    return SearchOnUp<HitBytesAvx512>(t, pos, last, flip);
+}
+__attribute__((target("avx512bw"))) DWORD SearchOnDownAvx512(const BitTable* t, long pos, uint64_t flip) {
+    return SearchOnDown<HitBytesAvx512>(t, pos, flip);
+}
+
+// The widest vectors the processor has, unless ORVANEST_VECTOR names a
+// narrower level ("avx2" or "sse2"), so that every road can be tested on one
+// machine.
+bool VectorAllowed(const char* level) {
+    const char* cap = std::getenv("ORVANEST_VECTOR");
+    if (cap == nullptr) return true;
+    if (std::strcmp(cap, "sse2") == 0) return false;
+    return std::strcmp(cap, "avx2") != 0 || std::strcmp(level, "avx2") == 0;
+}
+
+const bool g_haveAvx512 = __builtin_cpu_supports("avx512bw") && VectorAllowed("avx512bw");
+const bool g_haveAvx2 = __builtin_cpu_supports("avx2") && VectorAllowed("avx2");
 
 }  // namespace
 
 namespace lal {
 
-// The search upwards after the word at pos held no hit: word by word near
-// start, then skipping vector blocks; the block ends in a whole word.
-__attribute__((noinline)) DWORD ContinueUp(const BitTable* t, long pos, DWORD last, uint64_t flip) {
-    const BYTE* const bits = t->bits;
-    const long blockBytes = BlockBytes(t->byteSize);
-    const long lastWord = static_cast<long>(last >> 6) * 8;
-    const long skipAt = pos + kBytesBeforeSkipping;
-    for (;;) {
-        pos += 8;
-        if (pos > lastWord) return kBitNotFound;
-        uint64_t w = WordAt(bits, pos) ^ flip;
-        if (w != 0) return FirstUp(pos, w, last);
-        if (pos == skipAt) pos = g_skipUp(bits, pos + 8, blockBytes, flip == 0) - 8;
-    }
-}
-
-// The search downwards after the word at pos held no hit.
-__attribute__((noinline)) DWORD ContinueDown(const BitTable* t, long pos, uint64_t flip) {
-    const BYTE* const bits = t->bits;
-    const long skipAt = pos - kBytesBeforeSkipping;
-    for (;;) {
-        pos -= 8;
-        if (pos < 0) return kBitNotFound;
-        uint64_t w = WordAt(bits, pos) ^ flip;
-        if (w != 0) return FirstDown(pos, w);
-        if (pos == skipAt) pos = g_skipDown(bits, pos - 1, flip == 0) + 1;
-    }
-}
+const ContinueUpFn ContinueUp = g_haveAvx512 ? SearchOnUpAvx512 : g_haveAvx2 ? SearchOnUpAvx2 : SearchOnUpSse2;
+const ContinueDownFn ContinueDown = g_haveAvx512 ? SearchOnDownAvx512
+                                   : g_haveAvx2  ? SearchOnDownAvx2
+                                                 : SearchOnDownSse2;
 
 }  // namespace lal
 
@@ -188,18 +243,28 @@ UINT lbittblCheckStatus(void* table, DWORD index, UINT mode, int value) {
     }
 }
 
+namespace {
+
+// The refusals of lbittblGetEntry, out of line so that the search itself
+// needs no stack frame.
+__attribute__((noinline, cold)) DWORD RefuseHandle() {
+    SetLastError(ERROR_INVALID_HANDLE);
+    LDE_MARK();
+    return kFailed;
+}
+
+__attribute__((noinline, cold)) DWORD RefuseStart() {
+    SetLastError(LERR_INVALIDARG);
+    LDE_MARK();
+    return kFailed;
+}
+
+}  // namespace
+
 DWORD lbittblGetEntry(void* table, DWORD start, int value, int direction) {
-    if (table == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        LDE_MARK();
-        return kFailed;
-    }
+    if (table == nullptr) return RefuseHandle();
     BitTable* t = TableOf(table);
-    if (start > t->count - 1) {
-        SetLastError(LERR_INVALIDARG);
-        LDE_MARK();
-        return kFailed;
-    }
+    if (start > t->count - 1) return RefuseStart();
     if (value != 0 && value != 1) return kBitNotFound;
     return direction == 1 ? lal::NearestUp(t, start, value) : lal::NearestDown(t, start, value);
 }

@@ -45,9 +45,11 @@ inline DWORD FirstUp(long pos, uint64_t w, DWORD last) {
 
 inline DWORD FirstDown(long pos, uint64_t w) { return static_cast<DWORD>(pos * 8 + 63 - __builtin_ctzll(w)); }
 
-// The searches after the word at pos held no hit.
-DWORD ContinueUp(const BitTable* t, long pos, DWORD last, uint64_t flip);
-DWORD ContinueDown(const BitTable* t, long pos, uint64_t flip);
+// The searches after the word at pos held no hit, chosen for the processor.
+using ContinueUpFn = DWORD (*)(const BitTable* t, long pos, DWORD last, uint64_t flip);
+using ContinueDownFn = DWORD (*)(const BitTable* t, long pos, uint64_t flip);
+extern const ContinueUpFn ContinueUp;
+extern const ContinueDownFn ContinueDown;
 
 // The nearest bit equal to value (0 or 1) from a valid start, upwards or
 // downwards; kBitNotFound when there is none. The word around start answers
