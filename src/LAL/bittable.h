@@ -69,8 +69,9 @@ inline DWORD NearestDown(const BitTable* t, DWORD start, int value) {
 }
 
 // Where bit index lies in the raw (memory-order) value of its word: byte
-// (index / 8) % 8 of the word, under the mask 0x80 >> (index % 8).
-inline uint64_t RawMask(DWORD index) { return uint64_t{1} << ((index & 56) + 7 - (index & 7)); }
+// (index / 8) % 8 of the word, under the mask 0x80 >> (index % 8), which is
+// bit 8 * ((index / 8) % 8) + 7 - index % 8, that is (index % 64) ^ 7.
+inline uint64_t RawMask(DWORD index) { return uint64_t{1} << ((index ^ 7) & 63); }
 
 // Sets the bit of a valid index for value 1 and clears it for any other.
 inline void WriteBit(BitTable* t, DWORD index, int value) {

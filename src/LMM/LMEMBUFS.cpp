@@ -129,14 +129,10 @@ bool ArgumentsPass(tagLMM_MembufsBlock* blocks, DWORD num, DWORD* dataSize, DWOR
 // The first class, in the caller's order, whose slots hold size bytes, or
 // null. The pool's table gives the same answer as the search in order.
 inline ClassEntry* ClassForSize(Pool* pool, DWORD size) {
+    if (size <= pool->lookupLimit) return &pool->classes[pool->classBySize[size]];  // the largest slot holds it
+    if (pool->lookupLimit != 0) return nullptr;  // larger than every slot
     DWORD k = 0;
-    if (size <= pool->lookupLimit) {
-        return &pool->classes[pool->classBySize[size]];  // the largest slot holds it: always a class
-    } else if (pool->lookupLimit != 0) {
-        return nullptr;  // larger than every slot
-    } else {
-        while (k < pool->classNum && pool->classes[k].slotSize < size) ++k;
-    }
+    while (k < pool->classNum && pool->classes[k].slotSize < size) ++k;
     return k < pool->classNum ? &pool->classes[k] : nullptr;
 }
 
@@ -293,6 +289,16 @@ __attribute__((noinline)) int FreeOverflow(Pool* pl, BYTE* at) {
     return 1;
 }
 
+// A request whose class is known (null: none holds it): the lowest free
+// slot, or an overflow block when the class is full; a larger class is not
+// tried.
+inline void* AllocInClass(Pool* pool, ClassEntry* entry, DWORD size) {
+    if (entry != nullptr && entry->next != lal::kBitNotFound) {
+        return entry->first + static_cast<size_t>(TakeLowestFree(entry)) * entry->slotSize;
+    }
+    return AllocOverflow(pool, size);
+}
+
 // Where the parts of the pool record lie in its one block: the class
 // entries, each class's summary, then the table by size.
 struct RecordLayout {
@@ -399,19 +405,16 @@ void* lmembufsAlloc(void* pool, DWORD size) {
         LDE_MARK();
         return nullptr;
     }
+    Pool* p = PoolOf(pool);
+    // Sizes from 1 up to the largest slot find their class in the table; the
+    // one comparison also lets size 0 through to the refusal below.
+    if (size - 1 < p->lookupLimit) return AllocInClass(p, &p->classes[p->classBySize[size]], size);
     if (size == 0) {
         SetLastError(LERR_INVALIDARG);
         LDE_MARK();
         return nullptr;
     }
-    Pool* p = PoolOf(pool);
-    if (ClassEntry* entry = ClassForSize(p, size)) {
-        if (entry->next != lal::kBitNotFound) {
-            return entry->first + static_cast<size_t>(TakeLowestFree(entry)) * entry->slotSize;
-        }
-        // The class is full: a larger class is not tried.
-    }
-    return AllocOverflow(p, size);
+    return AllocInClass(p, ClassForSize(p, size), size);
 }
 
 int lmembufsFree(void* pool, void* p) {
