@@ -256,8 +256,8 @@ int laearIns(void* array, void const* element, UINT index) {
     AearRecord* a = RecordOf(array);
     const size_t size = a->elementSize;
 
-    // Appending inside the block: one copy, no size step.
-    if (index == kLast && a->num < a->capacity / a->elementSize) {
+    // Appending inside the block: one copy, no size step (and no division).
+    if (index == kLast && (static_cast<size_t>(a->num) + 1) * size <= a->capacity) {
         std::memcpy(At(a->block, a, a->num), element, size);
         ++a->num;
         RaiseMax(a);
