@@ -106,25 +106,24 @@ protected:
     void TearDown() override { lunitcirFree(); }
 };
 
-TEST_F(LcalcTrig, GridAnglesComeFromTheTable) {
-    EXPECT_EQ(lcalcCos(45.0), std::sqrt(2.0) * 0.5);
-    EXPECT_EQ(lcalcSin(45.0), std::sqrt(2.0) * 0.5);
-    EXPECT_EQ(lcalcCos(90.0), 0.0);
-    EXPECT_EQ(lcalcCos(180.0), -1.0);
-    EXPECT_EQ(lcalcSin(-90.0), -1.0);
-    EXPECT_EQ(lcalcSin(30.0), lunitcirSin(30 * 64, 23040));
-    EXPECT_EQ(lcalcCos(1.0 / 64), lunitcirCos(1, 23040));
-    EXPECT_EQ(lcalcCos(720.0 + 60.0), lunitcirCos(60, 360));
-    // Off the grid, and beyond 32 bits, the library's cos and sin.
-    EXPECT_EQ(lcalcSin(0.001), std::sin(0.001 * 0.017453292519943295));
-    EXPECT_EQ(lcalcCos(1e12), std::cos(1e12 * 0.017453292519943295));
+// On the grid of 1/64 degree the unit circle's table; off it, and beyond 32
+// bits, the library's functions of the radians; tan exact at multiples of 90.
+TEST_F(LcalcTrig, GridTableOrLibraryFunctions) {
+    constexpr double r = 0.017453292519943295;
+    const double half = std::sqrt(2.0) * 0.5;
+    const struct {
+        double (*f)(double);
+        double degrees, want;
+    } cases[] = {
+        {lcalcCos, 45, half}, {lcalcSin, 45, half}, {lcalcCos, 90, 0.0}, {lcalcCos, 180, -1.0}, {lcalcSin, -90, -1.0},
+        {lcalcSin, 30, lunitcirSin(30 * 64, 23040)}, {lcalcCos, 1.0 / 64, lunitcirCos(1, 23040)},
+        {lcalcCos, 780, lunitcirCos(60, 360)},      {lcalcSin, 0.001, std::sin(0.001 * r)},
+        {lcalcCos, 1e12, std::cos(1e12 * r)},       {lcalcTan, 45, std::tan(45 * r)},
+        {lcalcTan, 0, 0.0},  {lcalcTan, 180, 0.0},  {lcalcTan, -360, 0.0},  {lcalcTan, 540, 0.0},
+        {lcalcTan, 90, HUGE_VAL}, {lcalcTan, 270, HUGE_VAL}, {lcalcTan, -90, HUGE_VAL}, {lcalcTan, -270, HUGE_VAL},
+    };
+    for (const auto& c : cases) EXPECT_EQ(c.f(c.degrees), c.want) << &c - cases << ": " << c.degrees;
     EXPECT_TRUE(std::isnan(lcalcSin(std::numeric_limits<double>::quiet_NaN())));
-}
-
-TEST_F(LcalcTrig, TangentAtMultiplesOfNinety) {
-    for (double a : {0.0, 180.0, -360.0, 540.0}) EXPECT_EQ(lcalcTan(a), 0.0) << a;
-    for (double a : {90.0, 270.0, -90.0, -270.0}) EXPECT_EQ(lcalcTan(a), HUGE_VAL) << a;
-    EXPECT_EQ(lcalcTan(45.0), std::tan(45.0 * 0.017453292519943295));
     EXPECT_NE(lcalcTan(45.0), 1.0);
 }
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <random>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -73,10 +74,17 @@ TEST(Lscalc, WorkedCasesAndLimits) {
 // failure to compute counts only when the whole text parses.
 class Reference {
 public:
-    explicit Reference(const std::string& text) : text_(text) {}
+    // Tokens as the evaluator cuts them: an operator or parenthesis, or a
+    // number that runs to the next of them or a blank, a sign behind an
+    // exponent letter belonging to it.
+    explicit Reference(const std::string& text) {
+        static const std::regex kToken("[ \t]*([-+*/()]|([eEdD][-+]?|[^-+*/() \t])+)");
+        for (std::sregex_iterator i(text.begin(), text.end(), kToken), end; i != end; ++i) tokens_.push_back((*i)[1]);
+        valid_ = text.find_first_not_of("0123456789+-*/.EeDd() \t") == std::string::npos;
+    }
 
     Outcome Run() {
-        if (text_.find_first_not_of("0123456789+-*/.EeDd() \t") != std::string::npos) return {1, 0};
+        if (!valid_) return {1, 0};
         double value = 0;
         if (int r = Expression(0, &value)) return {r, 0};
         if (bytes_ + 1 > 500) return {5, 0};
@@ -84,24 +92,12 @@ public:
     }
 
 private:
-    // The next token as the evaluator cuts it; 4 when it is too long.
+    // The next token, "" at the end; 4 when it is too long.
     int Peek(std::string* token) {
-        size_t p = text_.find_first_not_of(" \t", pos_), q = p;
-        if (p == std::string::npos) {
-            p = q = text_.size();
-        } else if (std::strchr("+-*/()", text_[p]) != nullptr) {
-            q = p + 1;
-        } else {
-            for (++q; q < text_.size() && std::strchr("*/() \t", text_[q]) == nullptr &&
-                      !(std::strchr("+-", text_[q]) && std::strchr("eEdD", text_[q - 1]) == nullptr);
-                 ++q) {
-            }
-        }
-        *token = text_.substr(p, q - p);
-        end_ = q;
-        return q - p > 31 ? 4 : 0;
+        *token = next_ < tokens_.size() ? tokens_[next_] : "";
+        return token->size() > 31 ? 4 : 0;
     }
-    void Take() { pos_ = end_; }
+    void Take() { ++next_; }
     double Apply(char op, double a, double b) {
         ++bytes_;
         if (op == '/' && std::fabs(b) < 1e-300 && failure_ == 0) failure_ = 7;
@@ -160,8 +156,9 @@ private:
         return 0;
     }
 
-    std::string text_;
-    size_t pos_ = 0, end_ = 0;
+    std::vector<std::string> tokens_;
+    size_t next_ = 0;
+    bool valid_;
     int bytes_ = 0, failure_ = 0;
 };
 

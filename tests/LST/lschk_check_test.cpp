@@ -1,8 +1,8 @@
-// Character and number checks: the class table, a few number cases random
-// text seldom makes, and random text against a reference built from the
-// number grammars (regular expressions over character classes); the place of
-// a fault is the first character at which the text stops being the
-// beginning of any valid text.
+// Character and number checks: the class table, the limits random text does
+// not reach, and random text against a reference built from the number
+// grammars (regular expressions over character classes); the place of a
+// fault is the first character at which the text stops being the beginning
+// of any valid text.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -47,25 +47,11 @@ std::pair<int, long> RunCheck(Check check, const char* text, DWORD limit = 0) {
     return {result, position == nullptr ? -1L : static_cast<long>(position - text)};
 }
 
-TEST(LschkNumber, WorkedTable) {
-    const struct {
-        Check check;
-        const char* text;
-        DWORD limit;
-        int result;
-        long position;
-    } rows[] = {
-        {kDigit, "  -12  ", 0, 1, 2},  {kDigit, "12 34", 0, 0, 3},    {kDigit, "   ", 0, 0, -1},
-        {kFdigit, "1.2.3", 0, 0, 3},   {kEdigit, "1.5 e 3", 0, 1, 0}, {kEdigit, "1e2.5", 0, 0, 3},
-        {kGdigit, "1x5e2", 0, 0, 1},   {kHex, "  0xFF  ", 0, 1, 2},   {kHex, "hFFh", 0, 0, 3},
-        {kHex, "123456789", 0, 0, 8},  {kHex, "123456789", 9, 1, 0},  {kHex, "12345678", 0, 1, 0},
-        {kDigit, "\x81\x40-\x81\x40" "7\x81\x40", 0, 1, 2},  // full-width spaces around and behind the sign
-        {kEdigit, "1\x89\x45" "5", 0, 0, 0},                 // 右 (0x89 0x45): its trail 'E' is no letter
-    };
-    for (const auto& r : rows) {
-        EXPECT_EQ(RunCheck(r.check, r.text, r.limit), std::make_pair(r.result, r.position))
-            << r.check << " '" << r.text << "' " << r.limit;
-    }
+// Random text stays under nine pieces, short of the default hex limit.
+TEST(LschkNumber, HexDigitLimit) {
+    EXPECT_EQ(RunCheck(kHex, "12345678"), std::make_pair(1, 0L));
+    EXPECT_EQ(RunCheck(kHex, "  123456789"), std::make_pair(0, 10L));
+    EXPECT_EQ(RunCheck(kHex, "123456789", 9), std::make_pair(1, 0L));
 }
 
 TEST(LschkNumber, ExponentTextIsBoundedTo256Bytes) {

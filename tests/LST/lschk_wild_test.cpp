@@ -22,8 +22,8 @@ int Match(std::string text, std::string pattern, DWORD flag, bool list = false) 
     return result;
 }
 
-// The matcher's choices, lists, limits and bad arguments (last error set for
-// -2 alone): the cases random text cannot make.
+// Limits and bad arguments (last error set for -2 alone): what random text
+// cannot make.
 TEST(LschkWild, WorkedCasesListsAndLimits) {
     const std::string a255(255, 'a'), a256(256, 'a');
     const struct {
@@ -32,15 +32,9 @@ TEST(LschkWild, WorkedCasesListsAndLimits) {
         bool list;
         int result;
     } rows[] = {
-        {"abc", "abc", 0, 0, 0},      {"abcd", "abc", 0, 0, -1},    {"A.TXT", "*.txt", 1, 0, 0},
-        {"A.TXT", "*.txt", 2, 0, -1}, {"x.txt.txt", "*.txt", 0, 0, 0}, {"b", "*?b", 0, 0, 0},
-        {"ab", "ab*ab", 0, 0, -1},    {"", "*", 0, 0, -1},          {"", "", 0, 0, -1},  // the empty text first
-        // '?' counts bytes from where it stands; a literal behind nothing or '?' is not tried further on.
-        {"abab", "??ab", 0, 0, 0},    {"aaxb", "a?b", 0, 0, -1},    {"aaxb\x95\x5C", "a?b*", 0, 0, -1},
-        // 表 (0x95 0x5C) is two bytes for '?'; a literal behind '*' never starts on its trail.
-        {"\x95\x5C", "??", 0, 0, 0},  {"a\x95\x5C", "*\\", 0, 0, -1}, {"a\x95\x5C\\", "*\\", 0, 0, 0},
-        // Full-width letters fold too; Ｂ (0x82 0x61) keeps its trail 'a'.
-        {"\x82\x81.txt", "\x82\x60.TXT", 1, 0, 0}, {"\x82\x61", "\x82\x41", 1, 0, -1},
+        // The two choices, which the reference shares: '?' counts bytes from where it stands, and
+        // a literal behind nothing or '?' is not tried further on.
+        {"abab", "??ab", 0, 0, 0},                 {"aaxb", "a?b", 0, 0, -1},
         {"A.TXT", "*.doc;*.txt", 1, 1, 0},         {"a.txt", ";;;", 0, 1, -1},
         {a256, "*", 0, 0, -2},                     {a255, "*", 0, 0, 0},
         {"a", std::string(256, '*'), 0, 0, -2},    {"a", std::string(255, '*'), 0, 0, 0},

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <optional>
+#include <string>
 
 #include <orvanest/ORVANEST.h>
 
@@ -48,15 +49,12 @@ TEST_F(LsysTest, Win32sSwitchChangesKindPageSizeAndAllocUnit) {
 }
 
 TEST_F(LsysTest, InfoIsTheVersionTextInEightBytes) {
-    struct {
-        tagLSY_OrvanestInfo info;
-        unsigned char guard[8];
-    } out;
     static_assert(sizeof(tagLSY_OrvanestInfo) == 8);
-    std::memset(&out, 0xCC, sizeof out);
-    lsysGetOrvanestInfo(&out.info);
-    EXPECT_EQ(std::memcmp(out.info.version, "1.00.05", 8), 0);
-    for (unsigned char b : out.guard) EXPECT_EQ(b, 0xCC);
+    tagLSY_OrvanestInfo out[2];
+    std::memset(out, 0xCC, sizeof out);
+    lsysGetOrvanestInfo(&out[0]);
+    EXPECT_EQ(std::string(out[0].version, 8), std::string("1.00.05", 8));
+    EXPECT_EQ(std::string(out[1].version, 8), std::string(8, '\xCC')) << "nothing behind it";
 }
 
 // The host has unmasked every exception (or none): a trap escaping any of
