@@ -15,23 +15,20 @@
 
 namespace {
 
+// The answers of lschkAlphaNumeric, lschkAlpha, lschkNumeric, lschkDBCSString
+// and lschkANK, in that order.
 TEST(LschkClass, WholeTextOfOneClass) {
-    const struct {
-        const char* text;
-        int alnum, alpha, numeric, dbcs, ank;
-    } rows[] = {
-        {"", 0, 0, 0, 0, 0},    {"abc", 1, 1, 0, 0, 1},          {"a1", 1, 0, 0, 0, 1},
-        {"123", 1, 0, 1, 0, 1}, {"a b", 0, 0, 0, 0, 1},          {"\xB1\xB2", 0, 0, 0, 0, 1},  // half-width kana
-        {"\x95\x5C\x93\xFA", 0, 0, 0, 1, 0}, {"\x95\x5C" "a", 0, 0, 0, 0, 0},  // 表日, 表a
-        {"\x82\x61", 0, 0, 0, 1, 0},  // Ｂ: its trail is 'a', but it is no letter
-        {"\x81", 0, 0, 0, 0, 0},       // a lead byte with no trail
+    static int (*const kChecks[5])(const char*) = {lschkAlphaNumeric, lschkAlpha, lschkNumeric, lschkDBCSString,
+                                                   lschkANK};
+    const std::pair<const char*, const char*> rows[] = {
+        {"", "00000"},    {"abc", "11001"}, {"a1", "10001"},         {"123", "10101"},
+        {"a b", "00001"}, {"\xB1\xB2", "00001"},                       // half-width kana
+        {"\x95\x5C\x93\xFA", "00010"}, {"\x95\x5C" "a", "00000"},       // 表日, 表a
+        {"\x82\x61", "00010"},  // Ｂ: its trail is 'a', but it is no letter
+        {"\x81", "00000"},       // a lead byte with no trail
     };
-    for (const auto& r : rows) {
-        EXPECT_EQ(lschkAlphaNumeric(r.text), r.alnum) << r.text;
-        EXPECT_EQ(lschkAlpha(r.text), r.alpha) << r.text;
-        EXPECT_EQ(lschkNumeric(r.text), r.numeric) << r.text;
-        EXPECT_EQ(lschkDBCSString(r.text), r.dbcs) << r.text;
-        EXPECT_EQ(lschkANK(r.text), r.ank) << r.text;
+    for (auto [text, want] : rows) {
+        for (int i = 0; i < 5; ++i) EXPECT_EQ(kChecks[i](text), want[i] - '0') << "'" << text << "' check " << i;
     }
 }
 
