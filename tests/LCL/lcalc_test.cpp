@@ -13,15 +13,11 @@
 namespace {
 
 TEST(LcalcPrime, SmallNumbersAgainstSieve) {
-    const unsigned kLimit = 2000;
-    std::vector<bool> composite(kLimit + 1, false);
-    for (unsigned i = 2; i * i <= kLimit; ++i) {
-        for (unsigned j = i * i; j <= kLimit; j += i) composite[j] = true;
+    std::vector<bool> composite(2001, false);
+    for (unsigned i = 2; i * i <= 2000; ++i) {
+        for (unsigned j = i * i; j <= 2000; j += i) composite[j] = true;
     }
-    for (unsigned n = 0; n <= kLimit; ++n) {
-        int expected = n >= 2 && !composite[n] ? 1 : 0;
-        EXPECT_EQ(lcalcIsPrime(n), expected) << n;
-    }
+    for (unsigned n = 0; n <= 2000; ++n) EXPECT_EQ(lcalcIsPrime(n), n >= 2 && !composite[n] ? 1 : 0) << n;
 }
 
 tagLCL_Factors Factorise(unsigned number, DWORD count, int* result) {
@@ -32,48 +28,34 @@ tagLCL_Factors Factorise(unsigned number, DWORD count, int* result) {
     return f;
 }
 
-TEST(LcalcFactors, GridNumberOverTenPrimes) {
+// 23040 = 2^9 3^2 5 over the first ten primes; 124 = 4 x 31 needs an
+// eleventh: the failure marks only, and what was found stays.
+TEST(LcalcFactors, OverTheFirstPrimes) {
     int result;
     tagLCL_Factors f = Factorise(23040, 10, &result);
     EXPECT_EQ(result, 1);
-    const DWORD primes[10] = {2, 3, 5, 7, 11, 13, 17, 19, 23, 29};
-    const DWORD exponents[10] = {9, 2, 1, 0, 0, 0, 0, 0, 0, 0};
+    const DWORD primes[10] = {2, 3, 5, 7, 11, 13, 17, 19, 23, 29}, exponents[10] = {9, 2, 1};
     for (int i = 0; i < 10; ++i) {
-        EXPECT_EQ(f.entries[i].prime, primes[i]);
-        EXPECT_EQ(f.entries[i].exponent, exponents[i]);
+        EXPECT_EQ(f.entries[i].prime, primes[i]) << i;
+        EXPECT_EQ(f.entries[i].exponent, exponents[i]) << i;
     }
     EXPECT_EQ(lcalcGetDivsNum(&f), 60u);
-}
-
-TEST(LcalcFactors, PrimeBeyondTheEntriesFailsWithAMarkOnly) {
     SetLastError(1234);
-    int result;
-    tagLCL_Factors f = Factorise(31 * 4, 10, &result);
+    f = Factorise(31 * 4, 10, &result);
     EXPECT_EQ(result, 0);
-    EXPECT_EQ(GetLastError(), 1234u);        // no code of its own
-    EXPECT_EQ(f.entries[0].exponent, 2u);    // what was found stays
+    EXPECT_EQ(GetLastError(), 1234u);
+    EXPECT_EQ(f.entries[0].exponent, 2u);
     EXPECT_EQ(f.entries[9].prime, 29u);
     f = Factorise(31, 11, &result);
     EXPECT_EQ(result, 1);
     EXPECT_EQ(f.entries[10].prime, 31u);
     EXPECT_EQ(f.entries[10].exponent, 1u);
-}
-
-TEST(LcalcFactors, OneFactorsWithAnyCount) {
-    for (DWORD count : {0u, 1u, 5u, 12u}) {
-        int result;
-        tagLCL_Factors f = Factorise(1, count, &result);
-        EXPECT_EQ(result, 1) << count;
-        for (DWORD i = 0; i < count; ++i) EXPECT_EQ(f.entries[i].exponent, 0u);
-        EXPECT_EQ(lcalcGetDivsNum(&f), 1u);
-    }
-    int result;
     Factorise(2, 0, &result);
     EXPECT_EQ(result, 0);
 }
 
 // Every divisor list against a plain trial division, for all numbers that
-// the first six primes factor, up to a bound.
+// the first six primes factor, up to a bound; and 1 over any count.
 TEST(LcalcDivisors, MatchTrialDivision) {
     for (unsigned n = 1; n <= 3000; ++n) {
         int result;
@@ -84,36 +66,31 @@ TEST(LcalcDivisors, MatchTrialDivision) {
             if (n % d == 0) expected.push_back(d);
         }
         ASSERT_EQ(lcalcGetDivsNum(&f), expected.size()) << n;
-        std::vector<unsigned> got(expected.size() + 2, 0xCCCCCCCCu);
+        expected.insert(expected.end(), {0u, 0xCCCCCCCCu});  // the closing 0, and nothing written behind it
+        std::vector<unsigned> got(expected.size(), 0xCCCCCCCCu);
         lcalcGetDivs(&f, got.data());
-        EXPECT_EQ(std::vector<unsigned>(got.begin(), got.begin() + expected.size()), expected) << n;
-        EXPECT_EQ(got[expected.size()], 0u);
-        EXPECT_EQ(got[expected.size() + 1], 0xCCCCCCCCu);
+        EXPECT_EQ(got, expected) << n;
+    }
+    for (DWORD count : {0u, 1u, 5u, 12u}) {
+        int result;
+        tagLCL_Factors f = Factorise(1, count, &result);
+        EXPECT_EQ(result, 1) << count;
+        for (DWORD i = 0; i < count; ++i) EXPECT_EQ(f.entries[i].exponent, 0u);
+        unsigned got[3] = {7, 7, 7};
+        lcalcGetDivs(&f, got);
+        EXPECT_EQ(std::vector<unsigned>(got, got + 3), (std::vector<unsigned>{1, 0, 7})) << count;
     }
 }
 
-TEST(LcalcDivisors, TwentyFourAndNoEntries) {
-    int result;
-    tagLCL_Factors f = Factorise(24, 4, &result);
-    unsigned got[10];
-    lcalcGetDivs(&f, got);
-    const unsigned expected[9] = {1, 2, 3, 4, 6, 8, 12, 24, 0};
-    for (int i = 0; i < 9; ++i) EXPECT_EQ(got[i], expected[i]);
-    f = Factorise(1, 0, &result);
-    lcalcGetDivs(&f, got);
-    EXPECT_EQ(got[0], 1u);
-    EXPECT_EQ(got[1], 0u);
-}
-
 TEST(LcalcFract, ReducesWithTheSignOnTheNumerator) {
-    struct Case {
+    const struct {
         LONG n, d, rn, rd;
     } cases[] = {
         {6, -8, -3, 4}, {-6, -8, 3, 4}, {0, 5, 0, 1},   {5, 0, 1, 0},          {0, 0, 0, 0},
         {7, 3, 7, 3},   {-7, 3, -7, 3}, {12, 18, 2, 3}, {1 << 30, -(1 << 29), -2, 1},
         {static_cast<LONG>(0x80000000u), 2, -(1 << 30), 1},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         tagFRACT in{c.n, c.d};
         tagFRACT out{99, 99};
         EXPECT_EQ(lcalcGetAgFract(&in, &out), 1);
@@ -129,37 +106,32 @@ protected:
     void TearDown() override { lunitcirFree(); }
 };
 
-TEST_F(LcalcTrig, GridAnglesComeFromTheTable) {
-    EXPECT_EQ(lcalcCos(45.0), std::sqrt(2.0) * 0.5);
-    EXPECT_EQ(lcalcSin(45.0), std::sqrt(2.0) * 0.5);
-    EXPECT_EQ(lcalcCos(90.0), 0.0);
-    EXPECT_EQ(lcalcCos(180.0), -1.0);
-    EXPECT_EQ(lcalcSin(-90.0), -1.0);
-    EXPECT_EQ(lcalcSin(30.0), lunitcirSin(30 * 64, 23040));
-    EXPECT_EQ(lcalcCos(1.0 / 64), lunitcirCos(1, 23040));
-    EXPECT_EQ(lcalcCos(720.0 + 60.0), lunitcirCos(60, 360));
-    // Off the grid, and beyond 32 bits, the library's cos and sin.
-    EXPECT_EQ(lcalcSin(0.001), std::sin(0.001 * 0.017453292519943295));
-    EXPECT_EQ(lcalcCos(1e12), std::cos(1e12 * 0.017453292519943295));
+// On the grid of 1/64 degree the unit circle's table; off it, and beyond 32
+// bits, the library's functions of the radians; tan exact at multiples of 90.
+TEST_F(LcalcTrig, GridTableOrLibraryFunctions) {
+    constexpr double r = 0.017453292519943295;
+    const double half = std::sqrt(2.0) * 0.5;
+    const struct {
+        double (*f)(double);
+        double degrees, want;
+    } cases[] = {
+        {lcalcCos, 45, half}, {lcalcSin, 45, half}, {lcalcCos, 90, 0.0}, {lcalcCos, 180, -1.0}, {lcalcSin, -90, -1.0},
+        {lcalcSin, 30, lunitcirSin(30 * 64, 23040)}, {lcalcCos, 1.0 / 64, lunitcirCos(1, 23040)},
+        {lcalcCos, 780, lunitcirCos(60, 360)},      {lcalcSin, 0.001, std::sin(0.001 * r)},
+        {lcalcCos, 1e12, std::cos(1e12 * r)},       {lcalcTan, 45, std::tan(45 * r)},
+        {lcalcTan, 0, 0.0},  {lcalcTan, 180, 0.0},  {lcalcTan, -360, 0.0},  {lcalcTan, 540, 0.0},
+        {lcalcTan, 90, HUGE_VAL}, {lcalcTan, 270, HUGE_VAL}, {lcalcTan, -90, HUGE_VAL}, {lcalcTan, -270, HUGE_VAL},
+    };
+    for (const auto& c : cases) EXPECT_EQ(c.f(c.degrees), c.want) << &c - cases << ": " << c.degrees;
     EXPECT_TRUE(std::isnan(lcalcSin(std::numeric_limits<double>::quiet_NaN())));
-}
-
-TEST_F(LcalcTrig, TangentAtMultiplesOfNinety) {
-    for (double a : {0.0, 180.0, -360.0, 540.0}) EXPECT_EQ(lcalcTan(a), 0.0) << a;
-    for (double a : {90.0, 270.0, -90.0, -270.0}) EXPECT_EQ(lcalcTan(a), HUGE_VAL) << a;
-    EXPECT_EQ(lcalcTan(45.0), std::tan(45.0 * 0.017453292519943295));
     EXPECT_NE(lcalcTan(45.0), 1.0);
 }
 
-// Records the abscissas the integrand is called with.
+// The abscissas the integrand is called with.
 std::vector<double> g_calls;
-double Recorder(double x, ULONG_PTR) {
-    g_calls.push_back(x);
-    return 1.0;
-}
+double Recorder(double x, ULONG_PTR) { return g_calls.push_back(x), 1.0; }
 
 TEST(LcalcIntegral, FortyCallsInAscendingOrder) {
-    g_calls.clear();
     double forward = lcalcIntegral(0.0, 1.0, Recorder, 0);
     ASSERT_EQ(g_calls.size(), 40u);
     for (size_t i = 1; i < g_calls.size(); ++i) EXPECT_LT(g_calls[i - 1], g_calls[i]);
@@ -168,7 +140,6 @@ TEST(LcalcIntegral, FortyCallsInAscendingOrder) {
     // The weights are held to 15 decimals: 1 to about 14, not exactly.
     EXPECT_NEAR(forward, 1.0, 1e-13);
     EXPECT_NE(forward, 1.0);
-    g_calls.clear();
     EXPECT_EQ(lcalcIntegral(1.0, 0.0, Recorder, 0), -forward);
 }
 
@@ -184,8 +155,7 @@ double Polynomial(double x, ULONG_PTR value) {
 // what is left is the rounding of the 15-decimal constants.
 TEST(LcalcIntegral, ExactOnPolynomialsUpToDegreeNine) {
     std::mt19937 random(20240305);
-    std::uniform_real_distribution<double> coefficient(-3.0, 3.0);
-    std::uniform_real_distribution<double> bound(-2.0, 2.0);
+    std::uniform_real_distribution<double> coefficient(-3.0, 3.0), bound(-2.0, 2.0);
     for (int degree = 0; degree <= 9; ++degree) {
         for (int round = 0; round < 20; ++round) {
             std::vector<double> c(degree + 1);
@@ -193,23 +163,21 @@ TEST(LcalcIntegral, ExactOnPolynomialsUpToDegreeNine) {
             double a = bound(random), b = bound(random);
             double exact = 0.0, scale = 0.0;
             for (int i = 0; i <= degree; ++i) {
-                double term = c[i] * (std::pow(b, i + 1) - std::pow(a, i + 1)) / (i + 1);
-                exact += term;
+                exact += c[i] * (std::pow(b, i + 1) - std::pow(a, i + 1)) / (i + 1);
                 scale += std::fabs(c[i]) * (std::pow(std::fabs(b), i + 1) + std::pow(std::fabs(a), i + 1));
             }
-            double got = lcalcIntegral(a, b, Polynomial, reinterpret_cast<ULONG_PTR>(&c));
-            EXPECT_NEAR(got, exact, 1e-13 * (scale + 1.0)) << "degree " << degree;
+            EXPECT_NEAR(lcalcIntegral(a, b, Polynomial, reinterpret_cast<ULONG_PTR>(&c)), exact, 1e-13 * (scale + 1.0))
+                << "degree " << degree;
         }
     }
     // Degree 10 and beyond is no longer exact: a panel's error shows.
     std::vector<double> x20(21, 0.0);
     x20[20] = 1.0;
-    double got = lcalcIntegral(0.0, 1.0, Polynomial, reinterpret_cast<ULONG_PTR>(&x20));
-    EXPECT_GT(std::fabs(got - 1.0 / 21), 1e-12);
+    EXPECT_GT(std::fabs(lcalcIntegral(0.0, 1.0, Polynomial, reinterpret_cast<ULONG_PTR>(&x20)) - 1.0 / 21), 1e-12);
 }
 
 TEST(LcalcRound, HalfUpOnTheSixDecimalText) {
-    struct Case {
+    const struct {
         double value;
         int decimals;
         double expected;
@@ -219,9 +187,7 @@ TEST(LcalcRound, HalfUpOnTheSixDecimalText) {
         {1.23449, 4, 1.2345}, {7.0, 5, 7.0},       {123.456789, 5, 123.45679}, {0.0000049, 5, 0.00001},
         {1.2345678, 6, 1.2345678}, {1.5, -1, 1.5}, {1.5, 100, 1.5},
     };
-    for (const Case& c : cases) {
-        EXPECT_EQ(lcalcRoundDouble(c.value, c.decimals), c.expected) << c.value << " " << c.decimals;
-    }
+    for (const auto& c : cases) EXPECT_EQ(lcalcRoundDouble(c.value, c.decimals), c.expected) << c.value << " " << c.decimals;
 }
 
 }  // namespace

@@ -18,21 +18,21 @@ protected:
 
 bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
+// Exact to the bit; a reflection negates a stored 0.0 (cos 3/4 turn is -0.0).
 TEST_F(Lunitcir, QuarterPointsAreExact) {
-    for (DWORD d : {1u, 4u, 7u, 360u, 23040u}) {
-        EXPECT_TRUE(SameBits(lunitcirCos(0, d), 1.0)) << d;
-        EXPECT_TRUE(SameBits(lunitcirSin(0, d), 0.0)) << d;
+    const double half = std::sqrt(2.0) * 0.5;
+    const struct {
+        int index;
+        DWORD division;
+        double cos, sin;
+    } cases[] = {
+        {0, 1, 1.0, 0.0}, {0, 7, 1.0, 0.0},     {0, 23040, 1.0, 0.0}, {1, 4, 0.0, 1.0},
+        {2, 4, -1.0, 0.0}, {3, 4, -0.0, -1.0},  {1, 8, half, half},   {360, 360, 1.0, 0.0},
+    };
+    for (const auto& c : cases) {
+        EXPECT_TRUE(SameBits(lunitcirCos(c.index, c.division), c.cos)) << c.index << "/" << c.division;
+        EXPECT_TRUE(SameBits(lunitcirSin(c.index, c.division), c.sin)) << c.index << "/" << c.division;
     }
-    EXPECT_TRUE(SameBits(lunitcirCos(1, 4), 0.0));
-    EXPECT_TRUE(SameBits(lunitcirSin(1, 4), 1.0));
-    EXPECT_TRUE(SameBits(lunitcirCos(2, 4), -1.0));
-    EXPECT_TRUE(SameBits(lunitcirSin(3, 4), -1.0));
-    EXPECT_TRUE(SameBits(lunitcirCos(3, 4), -0.0));  // a reflection negates a stored 0.0
-    EXPECT_TRUE(SameBits(lunitcirCos(1, 8), std::sqrt(2.0) * 0.5));
-    EXPECT_TRUE(SameBits(lunitcirSin(1, 8), std::sqrt(2.0) * 0.5));
-    EXPECT_TRUE(SameBits(lunitcirCos(360, 360), lunitcirCos(0, 360)));
-    EXPECT_TRUE(SameBits(lunitcirCos(-1, 360), lunitcirCos(1, 360)));
-    EXPECT_TRUE(SameBits(lunitcirSin(-1, 360), -lunitcirSin(1, 360)));
 }
 
 // Values that are equal by symmetry are the same double. Zeros compare by
@@ -83,16 +83,14 @@ TEST_F(Lunitcir, LargeDivisionsAndOddDivisions) {
 }
 
 TEST_F(Lunitcir, NearestDivision) {
-    struct Case {
+    const struct {
         DWORD least, step;
         int expected;
     } cases[] = {
         {7, 1, 8},        {100, 3, 120},      {23040, 1, 23040}, {23041, 1, 23041}, {100, 7, 105},
         {1, 1, 1},        {0, 5, 5},          {361, 90, 720}, {11521, 2, 23040},
     };
-    for (const Case& c : cases) {
-        EXPECT_EQ(lunitcirGetNearestDivd(c.least, c.step), c.expected) << c.least << " " << c.step;
-    }
+    for (const auto& c : cases) EXPECT_EQ(lunitcirGetNearestDivd(c.least, c.step), c.expected) << c.least << " " << c.step;
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Process and thread attach and detach, with hooks, on the main thread and on
-// threads that the load entry meets at their first call.
+// threads that the load entry meets at their first call. Each body runs on a
+// thread of its own, joined, so its exit detach has run when it returns.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -11,152 +12,111 @@
 
 namespace {
 
-std::atomic<int> g_threadHookCalls{0};
-std::atomic<int> g_processHookCalls{0};
+std::atomic<int> g_threadHooks{0}, g_processHooks{0};
 
-int CountingAllow() {
-    ++g_threadHookCalls;
-    return 1;
-}
-int CountingRefuse() {
-    ++g_threadHookCalls;
-    return 0;
-}
-int OtherAllow() {
-    g_threadHookCalls += 100;
-    return 1;
-}
-int ProcessAllow() {
-    ++g_processHookCalls;
-    return 1;
-}
-int ProcessRefuse() {
-    ++g_processHookCalls;
-    return 0;
-}
-
-// Runs body on a new thread and waits for the thread to end (so its exit
-// detach has run when this returns).
-template <class Body>
-void OnNewThread(Body body) {
-    std::thread t(body);
-    t.join();
-}
+int ThreadAllow() { return ++g_threadHooks, 1; }
+int ThreadRefuse() { return ++g_threadHooks, 0; }
+int ProcessAllow() { return ++g_processHooks, 1; }
+int ProcessRefuse() { return ++g_processHooks, 0; }
 
 class AttachTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        g_threadHookCalls = 0;
-        g_processHookCalls = 0;
+    void SetUp() override { g_threadHooks = g_processHooks = 0; }
+    void TearDown() override {
+        l_orvanestSetProcDetachFuncName(nullptr);
+        l_orvanestSetThreadDetachFuncName(nullptr);
     }
 };
 
 TEST_F(AttachTest, NewThreadIsAttachedAtFirstUseAndDetachedAtExit) {
-    OnNewThread([] {
-        // The first call that uses the context attaches the thread; a later
-        // attach only replaces the hook.
-        ldbgCloseSetErr();
-        EXPECT_EQ(l_orvanestThreadAttach(CountingAllow), 1);
-        EXPECT_EQ(g_threadHookCalls.load(), 0);
-    });
-    EXPECT_EQ(g_threadHookCalls.load(), 1) << "thread exit runs the hook once";
+    std::thread([] {
+        ldbgCloseSetErr();  // attaches the thread; a later attach only replaces the hook
+        EXPECT_EQ(l_orvanestThreadAttach(ThreadAllow), 1);
+        EXPECT_EQ(g_threadHooks.load(), 0);
+    }).join();
+    EXPECT_EQ(g_threadHooks.load(), 1) << "thread exit runs the hook once";
 }
 
 TEST_F(AttachTest, ExplicitDetachRunsHookOnceAndExitDoesNotDetachAgain) {
-    OnNewThread([] {
-        l_orvanestThreadAttach(CountingAllow);
+    std::thread([] {
+        l_orvanestThreadAttach(ThreadAllow);
         EXPECT_EQ(l_orvanestThreadDetach(), 1);
-        EXPECT_EQ(g_threadHookCalls.load(), 1);
-    });
-    EXPECT_EQ(g_threadHookCalls.load(), 1);
+        EXPECT_EQ(g_threadHooks.load(), 1);
+    }).join();
+    EXPECT_EQ(g_threadHooks.load(), 1);
 }
 
+// The arena list is still there: destroying it works once, then the thread
+// has none.
 TEST_F(AttachTest, RefusingHookKeepsEveryContainerAlive) {
-    OnNewThread([] {
-        l_orvanestThreadAttach(CountingRefuse);
+    std::thread([] {
+        l_orvanestThreadAttach(ThreadRefuse);
         EXPECT_EQ(l_orvanestThreadDetach(), 0);
-        // The arena list is still there: destroying it works once, then the
-        // thread has none.
         EXPECT_EQ(lamlcMainDestroy(), 1);
         EXPECT_EQ(lamlcMainDestroy(), 0);
         EXPECT_EQ(lamlcMainCreate(), 1);
         l_orvanestSetThreadDetachFuncName(nullptr);
-    });
-    EXPECT_EQ(g_threadHookCalls.load(), 1);
+    }).join();
+    EXPECT_EQ(g_threadHooks.load(), 1);
 }
 
 TEST_F(AttachTest, LaterAttachReplacesOrWipesTheHook) {
-    OnNewThread([] {
-        l_orvanestThreadAttach(CountingAllow);
-        EXPECT_EQ(l_orvanestThreadAttach(OtherAllow), 1);
-    });
-    EXPECT_EQ(g_threadHookCalls.load(), 100);
-    g_threadHookCalls = 0;
-    OnNewThread([] {
-        l_orvanestThreadAttach(CountingAllow);
+    std::thread([] {
+        l_orvanestThreadAttach(ThreadRefuse);
+        l_orvanestThreadAttach([] { return g_threadHooks += 100, 1; });
+    }).join();
+    EXPECT_EQ(g_threadHooks.load(), 100);
+    std::thread([] {
+        l_orvanestThreadAttach(ThreadAllow);
         l_orvanestThreadAttach(nullptr);
-    });
-    EXPECT_EQ(g_threadHookCalls.load(), 0);
+    }).join();
+    EXPECT_EQ(g_threadHooks.load(), 100);
 }
 
 TEST_F(AttachTest, ProcessDetachOnThreadWithoutProcessAttachDoesNothing) {
     l_orvanestSetProcDetachFuncName(ProcessAllow);
-    OnNewThread([] {
-        l_orvanestThreadAttach(CountingAllow);
+    std::thread([] {
+        l_orvanestThreadAttach(ThreadAllow);
         EXPECT_EQ(l_orvanestProcessDetach(), 1);
-        EXPECT_EQ(g_processHookCalls.load(), 0);
-        EXPECT_EQ(g_threadHookCalls.load(), 0);
-    });
-    l_orvanestSetProcDetachFuncName(nullptr);
-    EXPECT_EQ(g_threadHookCalls.load(), 1) << "only the thread's exit detached it";
+        EXPECT_EQ(g_processHooks.load(), 0);
+        EXPECT_EQ(g_threadHooks.load(), 0);
+    }).join();
+    EXPECT_EQ(g_threadHooks.load(), 1) << "only the thread's exit detached it";
 }
 
 TEST_F(AttachTest, ProcessAttachOnAnotherThreadAttachesItOnce) {
-    OnNewThread([] {
+    std::thread([] {
         EXPECT_EQ(l_orvanestProcessAttach(ProcessAllow), 1);
         EXPECT_EQ(l_orvanestProcessAttach(ProcessAllow), 1);
-        l_orvanestSetThreadDetachFuncName(CountingAllow);
+        l_orvanestSetThreadDetachFuncName(ThreadAllow);
         EXPECT_EQ(l_orvanestProcessDetach(), 1);
-        EXPECT_EQ(g_processHookCalls.load(), 1);
-        EXPECT_EQ(g_threadHookCalls.load(), 1);
-    });
-    l_orvanestSetProcDetachFuncName(nullptr);
-    EXPECT_EQ(g_threadHookCalls.load(), 1);
+        EXPECT_EQ(g_processHooks.load(), 1);
+        EXPECT_EQ(g_threadHooks.load(), 1);
+    }).join();
+    EXPECT_EQ(g_threadHooks.load(), 1);
 }
 
 TEST_F(AttachTest, ProcessHookThatRefusesStopsTheDetach) {
     l_orvanestProcessAttach(ProcessRefuse);
-    l_orvanestSetThreadDetachFuncName(CountingAllow);
+    l_orvanestSetThreadDetachFuncName(ThreadAllow);
     EXPECT_EQ(l_orvanestProcessDetach(), 0);
-    EXPECT_EQ(g_processHookCalls.load(), 1);
-    EXPECT_EQ(g_threadHookCalls.load(), 0);
-    l_orvanestSetProcDetachFuncName(nullptr);
-    l_orvanestSetThreadDetachFuncName(nullptr);
+    EXPECT_EQ(g_processHooks.load(), 1);
+    EXPECT_EQ(g_threadHooks.load(), 0);
 }
 
-TEST_F(AttachTest, ProcessDetachAtExitCallsBothHooks) {
+// At exit the process hook runs, then the thread hook; an explicit process
+// detach is not repeated.
+TEST_F(AttachTest, ProcessDetachAtExitCallsBothHooksOnce) {
     EXPECT_EXIT(
         {
-            l_orvanestSetProcDetachFuncName([] {
-                std::fputs("process hook\n", stderr);
-                return 1;
-            });
-            l_orvanestSetThreadDetachFuncName([] {
-                std::fputs("thread hook\n", stderr);
-                return 1;
-            });
+            l_orvanestSetProcDetachFuncName([] { return std::fputs("process hook\n", stderr), 1; });
+            l_orvanestSetThreadDetachFuncName([] { return std::fputs("thread hook\n", stderr), 1; });
             std::exit(0);
         },
         ::testing::ExitedWithCode(0), "process hook\nthread hook");
-}
-
-TEST_F(AttachTest, ExplicitProcessDetachIsNotRepeatedAtExit) {
     EXPECT_EXIT(
         {
-            l_orvanestSetProcDetachFuncName([] {
-                std::fputs("once\n", stderr);
-                return 1;
-            });
+            l_orvanestSetProcDetachFuncName([] { return std::fputs("once\n", stderr), 1; });
             if (l_orvanestProcessDetach() != 1) std::abort();
             std::exit(0);
         },

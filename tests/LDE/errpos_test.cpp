@@ -1,6 +1,6 @@
 // The error-position display: paging through message boxes until Cancel,
-// the title and flags of the box, and the rows of a page, also on a ring
-// made here with marked rows, registered sources and wrapping codes.
+// the title and flags of the box, and the rows of a page on a ring made here
+// with marked rows, registered sources and wrapping codes.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -33,42 +33,27 @@ std::string UnmarkedPage(int first) {
     return page;
 }
 
-// A thread attaches on its first call, with a ring that holds no mark yet.
-template <class Body>
-void OnFreshThread(Body body) {
-    std::thread(body).join();
-}
-
-TEST(DispErrPos, OkTwiceThenCancel) {
-    g_boxes.clear();
-    g_okBeforeCancel = 2;
-    ORVA_MSGBOXHANDLER old = OrvaSetMessageBoxHandler(Answering);
-    DWORD lastError = 0;
-    OnFreshThread([&] {
-        SetLastError(77);
-        ldbgDispErrPos();
-        lastError = GetLastError();
-    });
-    OrvaSetMessageBoxHandler(old);
-    ASSERT_EQ(g_boxes.size(), 3u);
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(g_boxes[i].caption, "orvane\x95\x57\x8F\x80\xD7\xB2\xCC\xDE\xD7\xD8 \xB4\xD7\xB0\x8F\xEE\x95\xF1");
-        EXPECT_EQ(g_boxes[i].type, 0x1001u);
-        // After attach the ring holds no mark: every row is unknown, line 0.
-        EXPECT_EQ(g_boxes[i].text, UnmarkedPage(16 * i)) << i;
-    }
-    EXPECT_EQ(lastError, 77u);
-}
-
-TEST(DispErrPos, NinthPageStartsAgainAtRowZero) {
+// Eight pages with OK, then Cancel: the ninth starts again at row 0. The
+// display runs on a fresh thread, whose ring holds no mark: every row is
+// unknown, line 0. Title, flags and last error are checked on every box.
+TEST(DispErrPos, PagesUntilCancelWrappingAfterTheEighth) {
     g_boxes.clear();
     g_okBeforeCancel = 8;
     ORVA_MSGBOXHANDLER old = OrvaSetMessageBoxHandler(Answering);
-    OnFreshThread([] { ldbgDispErrPos(); });
+    DWORD lastError = 0;
+    std::thread([&] {
+        SetLastError(77);
+        ldbgDispErrPos();
+        lastError = GetLastError();
+    }).join();
     OrvaSetMessageBoxHandler(old);
+    EXPECT_EQ(lastError, 77u);
     ASSERT_EQ(g_boxes.size(), 9u);
-    EXPECT_EQ(g_boxes[7].text, UnmarkedPage(112));
-    EXPECT_EQ(g_boxes[8].text, UnmarkedPage(0));
+    for (int i = 0; i < 9; ++i) {
+        EXPECT_EQ(g_boxes[i].caption, "orvane\x95\x57\x8F\x80\xD7\xB2\xCC\xDE\xD7\xD8 \xB4\xD7\xB0\x8F\xEE\x95\xF1");
+        EXPECT_EQ(g_boxes[i].type, 0x1001u);
+        EXPECT_EQ(g_boxes[i].text, UnmarkedPage(16 * (i % 8))) << i;
+    }
 }
 
 // A ring of the same shape as the thread's, with marks of registered
@@ -90,22 +75,21 @@ TEST(DispErrPos, MarkedRowsOnAMadeRing) {
     for (int i = 0; i < 16; ++i) codes[i] = 0xA0 + i;
     lde::ErrPosCursor cursor{ring, 128, 0};
     char page[lde::kErrPosPageSize];
+    const std::string source16 = ldbgFindSource(0x00100000), source1 = ldbgFindSource(0x00010000);
+    auto marked = [&](int row, int line, const char* code) {
+        return "(" + std::to_string(row) + ") source = " + source16 + "( 16)     line = " + std::to_string(line) +
+               "  Marked  GetLastError() = 000000" + code + "\n";
+    };
     lde::BuildErrPosPage(&cursor, codes, 15, page);
-    std::string text(page);
-    std::string source16 = ldbgFindSource(0x00100000);
-    std::string source1 = ldbgFindSource(0x00010000);
-    std::string expected = "(0) source = " + source16 + "( 16)     line = 291  Marked  GetLastError() = 000000af\n" +
-                           "(1) source = " + source1 + "(  1)     line = 7  \n" + "(2) source = " + source16 +
-                           "( 16)     line = 1  Marked  GetLastError() = 000000a0\n" + "(3) \x95\x73\x96\xBE     line = 5  \n";
-    EXPECT_EQ(text.substr(0, expected.size()), expected);
+    const std::string expected = marked(0, 291, "af") + "(1) source = " + source1 + "(  1)     line = 7  \n" +
+                                 marked(2, 1, "a0") + "(3) \x95\x73\x96\xBE     line = 5  \n";
+    EXPECT_EQ(std::string(page).substr(0, expected.size()), expected);
     EXPECT_EQ(cursor.row, 16);
     EXPECT_EQ(cursor.entry, &ring[16]);
     for (int p = 1; p < 8; ++p) lde::BuildErrPosPage(&cursor, codes, 15, page);
-    EXPECT_NE(std::string(page).find("(127) source = " + source16 + "( 16)     line = 2  Marked  GetLastError() = 000000a1\n"),
-              std::string::npos);
+    EXPECT_NE(std::string(page).find(marked(127, 2, "a1")), std::string::npos);
     lde::BuildErrPosPage(&cursor, codes, 3, page);
-    EXPECT_EQ(std::string(page).rfind("(0) source = " + source16 + "( 16)     line = 291  Marked  GetLastError() = 000000a3\n", 0),
-              0u);
+    EXPECT_EQ(std::string(page).rfind(marked(0, 291, "a3"), 0), 0u);
 }
 
 }  // namespace

@@ -19,36 +19,17 @@ const char* const kLibrarySources[28] = {
 };
 
 TEST(RegistryTest, LibrarySourcesHaveIdsOneToTwentyEightInOrder) {
-    for (DWORD n = 1; n <= 28; ++n) {
-        const char* name = ldbgFindSource(n << 16);
-        ASSERT_NE(name, nullptr) << n;
-        EXPECT_STREQ(name, kLibrarySources[n - 1]) << n;
-    }
+    for (DWORD n = 1; n <= 28; ++n) EXPECT_STREQ(ldbgFindSource(n << 16), kLibrarySources[n - 1]) << n;
     EXPECT_EQ(ldbgFindSource(29u << 16), nullptr);
 }
 
 TEST(RegistryTest, LookUpIgnoresMarkBitAndLine) {
-    struct Case {
-        DWORD mark;
-        const char* name;
-    } cases[] = {
-        {0x80100123, ".\\LMM\\LMEM"},
-        {0x00100000, ".\\LMM\\LMEM"},
-        {0x0001FFFF, ".\\ORVANEST"},
-        {0x801C0001, ".\\LSY\\LSYS"},
-        {0x00000000, nullptr},  // source id 0 never matches the terminator
-        {0x80000123, nullptr},
-        {0x7FFF0000, nullptr},
+    const std::pair<DWORD, const char*> cases[] = {
+        {0x80100123, ".\\LMM\\LMEM"}, {0x00100000, ".\\LMM\\LMEM"}, {0x0001FFFF, ".\\ORVANEST"},
+        {0x801C0001, ".\\LSY\\LSYS"}, {0x7FFF0000, nullptr},
+        {0x00000000, nullptr}, {0x80000123, nullptr},  // source id 0 never matches the terminator
     };
-    for (const Case& c : cases) {
-        const char* found = ldbgFindSource(c.mark);
-        if (c.name == nullptr) {
-            EXPECT_EQ(found, nullptr) << std::hex << c.mark;
-        } else {
-            ASSERT_NE(found, nullptr) << std::hex << c.mark;
-            EXPECT_STREQ(found, c.name);
-        }
-    }
+    for (auto [mark, name] : cases) EXPECT_STREQ(ldbgFindSource(mark), name) << std::hex << mark;
 }
 
 TEST(RegistryTest, HostSourcesTakeTheNextIdsAndCanBeTakenOut) {

@@ -14,47 +14,37 @@
 
 namespace {
 
-// The three forms of a part function give the same text.
-template <typename Buffer, typename Reference, typename Value>
-std::string AllForms(const char* path, Buffer buffer, Reference reference, Value value) {
+// The buffer, reference and value forms of a text function give the same
+// text; FORMS takes the call with d... where the destination goes.
+template <typename Call>
+std::string AllForms(Call call) {
     char out[1024];
     std::memset(out, 0xCC, sizeof out);
-    EXPECT_EQ(buffer(path, out), out);
+    EXPECT_EQ(call(out), out);
     CString ref("junk");
-    CString& back = reference(path, ref);
-    EXPECT_EQ(&back, &ref);
-    CString val = value(path);
-    EXPECT_STREQ(ref, out) << path;
-    EXPECT_STREQ(val, out) << path;
+    EXPECT_EQ(&call(ref), &ref);
+    EXPECT_STREQ(ref, out);
+    EXPECT_STREQ(call(), out);
     return out;
 }
-
-#define PART_FORMS(F)                                                          \
-    [](const char* p, char* d) { return F(p, d); },                            \
-        [](const char* p, CString& d) -> CString& { return F(p, d); },         \
-        [](const char* p) { return F(p); }
-
-struct PartCase {
-    const char* path;
-    const char* folder;
-    const char* file;
-    const char* base;
-    const char* ext;
-};
+#define FORMS(...) AllForms([&](auto&&... d) -> decltype(auto) { return __VA_ARGS__; })
 
 TEST(LstrPath, PartsOfAPath) {
-    const PartCase cases[] = {
+    const struct {
+        const char *path, *folder, *file, *base, *ext;
+    } cases[] = {
         {"C:\\a\\b.txt", "C:\\a\\", "b.txt", "b", ".txt"}, {"b", "", "b", "b", ""}, {"C:\\a\\", "C:\\a\\", "", "", ""},
         {"/usr/lib/x.so.1", "/usr/lib/", "x.so.1", "x.so", ".1"},
         // 表 (0x95 0x5C) ends a directory with no separator behind it: the whole component is the file.
         {"C:\\dir\\\x95\x5C", "C:\\dir\\", "\x95\x5C", "\x95\x5C", ""},
         {"C:\\\x95\x5C\\\x83\x5C.c", "C:\\\x95\x5C\\", "\x83\x5C.c", "\x83\x5C", ".c"},
     };
-    for (const PartCase& c : cases) {
-        EXPECT_EQ(AllForms(c.path, PART_FORMS(lstrGetFolder)), c.folder);
-        EXPECT_EQ(AllForms(c.path, PART_FORMS(lstrGetFile)), c.file);
-        EXPECT_EQ(AllForms(c.path, PART_FORMS(lstrGetBase)), c.base);
-        EXPECT_EQ(AllForms(c.path, PART_FORMS(lstrGetExt)), c.ext);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.path);
+        EXPECT_EQ(FORMS(lstrGetFolder(c.path, d...)), c.folder);
+        EXPECT_EQ(FORMS(lstrGetFile(c.path, d...)), c.file);
+        EXPECT_EQ(FORMS(lstrGetBase(c.path, d...)), c.base);
+        EXPECT_EQ(FORMS(lstrGetExt(c.path, d...)), c.ext);
     }
 }
 
@@ -72,43 +62,36 @@ std::string CutShort(const char* path, int limit) {
 }
 
 TEST(LstrPath, CutShortDirFollowsItsRules) {
-    const char* path = "C:\\aaa\\bbb\\ccc\\file.txt";
-    const struct {
-        int limit;
-        const char* text;
-    } rows[] = {
-        {30, "C:\\aaa\\bbb\\ccc\\file.txt"}, {23, "C:\\aaa\\bbb\\ccc\\file.txt"}, {22, "C:\\aaa\\...ccc\\file.txt"},
-        {21, "C:\\aaa\\...cc\\file.txt"},    {20, "C:\\aaa\\...c\\file.txt"},     {19, "C:\\aaa\\...\\file.txt"},
-        {18, "C:\\aaa...\\file.txt"},        {14, "C:...\\file.txt"},             {13, "C...\\file.txt"},
-        {12, "file.txt"},                    {8, "file.txt"},                     {7, "file.tx"},
-        {3, "fil"},                          {0, ""},
-    };
-    for (const auto& r : rows) EXPECT_EQ(CutShort(path, r.limit), r.text) << r.limit;
-
+    const char* const p = "C:\\aaa\\bbb\\ccc\\file.txt";
+    const char* const kanji = "C:\\aaa\\\x95\x5C\x95\x5C.txt";
+    const char* const kanjiDir = "C:\\a\x95\x5C\x95\x5C\\bbb\\file.txt";
     const struct {
         const char* path;
         int limit;
         const char* text;
-    } others[] = {
+    } rows[] = {
+        {p, 23, "C:\\aaa\\bbb\\ccc\\file.txt"}, {p, 22, "C:\\aaa\\...ccc\\file.txt"},
+        {p, 19, "C:\\aaa\\...\\file.txt"},      {p, 18, "C:\\aaa...\\file.txt"},
+        {p, 13, "C...\\file.txt"},                {p, 12, "file.txt"},
+        {p, 7, "file.tx"},                        {p, 0, ""},
         {"\\\\srv\\share\\dir\\sub\\file.txt", 27, "\\\\srv\\share\\...sub\\file.txt"},
         {"\\\\srv\\share\\dir\\sub\\file.txt", 22, "\\\\srv\\shar...\\file.txt"},
         {"//srv/share/dir/sub/file.txt", 25, "//srv/share/...b/file.txt"},
         {"C:/aaa/bbb/ccc/file.txt", 20, "C:/aaa/...c/file.txt"}, {"aaa\\bbb\\ccc\\file.txt", 19, "aaa\\...ccc\\file.txt"},
         {"C:\\aaa\\file.txt", 14, "C:...\\file.txt"},    {"C:\\file.txt", 10, "file.txt"},
         // Two-byte characters on the cut: one byte short of the limit.
-        {"C:\\aaa\\\x95\x5C\x95\x5C.txt", 5, "\x95\x5C\x95\x5C."},
-        {"C:\\aaa\\\x95\x5C\x95\x5C.txt", 4, "\x95\x5C\x95\x5C"},
-        {"C:\\aaa\\\x95\x5C\x95\x5C.txt", 3, "\x95\x5C"},
-        {"C:\\a\x95\x5C\x95\x5C\\bbb\\file.txt", 18, "C:\\a\x95\x5C...\\file.txt"},
-        {"C:\\a\x95\x5C\x95\x5C\\bbb\\file.txt", 17, "C:\\a...\\file.txt"},
+        {kanji, 5, "\x95\x5C\x95\x5C."},  {kanji, 3, "\x95\x5C"},
+        {kanjiDir, 18, "C:\\a\x95\x5C...\\file.txt"}, {kanjiDir, 17, "C:\\a...\\file.txt"},
+        {"\\\x95\x5C\\dir\\sub\\file.txt", 19, "\\\x95\x5C\\dir...\\file.txt"},  // index 2 is 表's trail
         // The tail's start moves by characters: 表 is skipped whole.
         {"C:\\aaa\\xx\\b\x95\x5C" "cd\\file.txt", 22, "C:\\aaa\\...cd\\file.txt"},
     };
-    for (const auto& o : others) EXPECT_EQ(CutShort(o.path, o.limit), o.text) << o.path << " " << o.limit;
+    for (const auto& r : rows) EXPECT_EQ(CutShort(r.path, r.limit), r.text) << r.path << " " << r.limit;
 }
 
-// Random paths: the text is never longer than the limit, and each piece of
-// it is a piece of the path cut on a character boundary.
+// Random paths: the text is never longer than the limit, and is the file
+// name cut on a character boundary, or a prefix and a suffix of the path
+// around "...".
 TEST(LstrPath, CutShortDirNeverExceedsTheLimitNorSplitsACharacter) {
     cp932model::TextGen gen(23);
     const std::vector<std::string> nameChars = {"a", "b", "Z", "_", "1", "\xB1", "\x95\x5C", "\x83\x5C",
@@ -124,40 +107,30 @@ TEST(LstrPath, CutShortDirNeverExceedsTheLimitNorSplitsACharacter) {
         std::string path = heads[gen.Below(6)];
         if (path.size() == 5) path[0] = path[1] = sep;  // network heads use the path's own separator
         for (size_t i = 0, dirs = gen.Below(5); i < dirs; ++i) path += sep + name(6);
-        path += sep + name(5);
-        if (gen.Below(3) != 0) path += "." + name(3);
+        path += sep + name(5) + (gen.Below(3) != 0 ? "." + name(3) : "");
         const auto kinds = cp932model::Kinds(path);
-        auto prefixAt = [&](const std::string& s) {
-            return s.size() <= path.size() && path.compare(0, s.size(), s) == 0 && cp932model::IsStart(kinds, s.size());
-        };
-        auto suffixAt = [&](const std::string& s) {
-            size_t at = path.size() - s.size();
-            return s.size() <= path.size() && path.compare(at, s.size(), s) == 0 && cp932model::IsStart(kinds, at);
-        };
         const std::string file = lstrGetFile(path.c_str()).operator const char*();
-        const auto fileKinds = cp932model::Kinds(file);
-
         const int limit = static_cast<int>(gen.Below(path.size() + 4));
         const std::string got = CutShort(path.c_str(), limit);
-        ASSERT_LE(got.size(), static_cast<size_t>(std::max(limit, 0))) << path << " " << limit;
+        const std::string where = path + " " + std::to_string(limit) + " -> " + got;
+        ASSERT_LE(got.size(), static_cast<size_t>(limit)) << where;
+        const size_t mark = got.find("...");
         if (limit >= static_cast<int>(path.size())) {
             ASSERT_EQ(got, path);
-            continue;
+        } else if (mark == std::string::npos) {
+            ASSERT_TRUE(file.compare(0, got.size(), got) == 0 && cp932model::IsStart(cp932model::Kinds(file), got.size()))
+                << where;
+        } else {
+            // head + "\..." + tail, or cut head + "...\" + file.
+            std::string left = got.substr(0, mark);
+            const std::string right = got.substr(mark + 3);
+            if (!left.empty() && left.back() == sep && path.compare(0, left.size(), left) != 0) left.pop_back();
+            ASSERT_TRUE(path.compare(0, left.size(), left) == 0 && cp932model::IsStart(kinds, left.size())) << where;
+            const size_t at = path.size() - right.size();
+            ASSERT_TRUE(right.size() <= path.size() && path.compare(at, right.size(), right) == 0 &&
+                        cp932model::IsStart(kinds, at))
+                << where;
         }
-        size_t mark = got.find("...");
-        if (mark == std::string::npos) {
-            // The file text, or its start cut on a character boundary.
-            ASSERT_TRUE(file.compare(0, got.size(), got) == 0 && cp932model::IsStart(fileKinds, got.size()))
-                << path << " " << limit << " -> " << got;
-            continue;
-        }
-        // head + "\..." + tail, or cut head + "...\" + file: a prefix and a suffix of the path.
-        const std::string left = got.substr(0, mark);
-        const std::string right = got.substr(mark + 3);
-        const bool leftFits =
-            prefixAt(left) || (!left.empty() && left.back() == sep && prefixAt(left.substr(0, left.size() - 1)));
-        ASSERT_TRUE(leftFits) << path << " " << limit << " -> " << got;
-        ASSERT_TRUE(suffixAt(right)) << path << " " << limit << " -> " << got;
     }
 }
 
@@ -182,11 +155,6 @@ TEST(LstrPath, AddSeparator) {
     }
 }
 
-#define BYFIND_FORMS(F)                                                                        \
-    [&](const char* p, char* d) { return F(p, ch, d, c.first, c.include); },                   \
-        [&](const char* p, CString& d) -> CString& { return F(p, ch, d, c.first, c.include); }, \
-        [&](const char* p) { return F(p, ch, c.first, c.include); }
-
 TEST(LstrPath, LeftAndRightByFind) {
     const struct {
         const char* source;
@@ -206,9 +174,10 @@ TEST(LstrPath, LeftAndRightByFind) {
         {"\x95\x5C\x83\x5C", '\\', true, true, "", ""},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.source) + " " + c.ch + " " + std::to_string(c.first) + std::to_string(c.include));
         const unsigned char ch = static_cast<unsigned char>(c.ch);
-        EXPECT_EQ(AllForms(c.source, BYFIND_FORMS(lstrLeftByFind)), c.left) << c.source;
-        EXPECT_EQ(AllForms(c.source, BYFIND_FORMS(lstrRightByFind)), c.right) << c.source;
+        EXPECT_EQ(FORMS(lstrLeftByFind(c.source, ch, d..., c.first, c.include)), c.left);
+        EXPECT_EQ(FORMS(lstrRightByFind(c.source, ch, d..., c.first, c.include)), c.right);
     }
 }
 

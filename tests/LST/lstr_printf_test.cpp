@@ -14,6 +14,8 @@
 
 namespace {
 
+using Digit = int (*)(double, char*, DWORD, DWORD, DWORD);
+
 // Plain text, double-byte text and what is no conversion; each takes at
 // most the one integer argument.
 TEST(LstrPrintf, PlainTextAndWhatIsNoConversion) {
@@ -40,21 +42,18 @@ TEST(LstrPrintf, FloatingConversionsUseTheNumberText) {
         const char* format;
         double value;
         DWORD width, precision, flags;
-        char form;
+        Digit form;
     } cases[] = {
-        {"%5.2f", 3.14159, 5, 2, 0, 'f'}, {"%.f", 2.5, 0, 0, 0, 'f'}, {"%f", 1.0 / 3, 0, 6, 0, 'f'},
-        {"%E", 1500.0, 0, 6, LSCVT_UPPER, 'e'}, {"%e", 1500.0, 0, 6, 0, 'e'}, {"%-+ 0#12.4g", 0.000123456, 12, 4, 0x1F, 'g'},
-        {"%G", 1234567.0, 0, 6, LSCVT_UPPER, 'g'}, {"%010.3.1f", -2.25, 10, 1, LSCVT_ZEROPAD, 'f'},
-        {"%00005f", 1.5, 5, 6, LSCVT_ZEROPAD, 'f'},
+        {"%5.2f", 3.14159, 5, 2, 0, lscvtFdigit},         {"%.f", 2.5, 0, 0, 0, lscvtFdigit},
+        {"%E", 1500.0, 0, 6, LSCVT_UPPER, lscvtEdigit},   {"%-+ 0#12.4g", 0.000123456, 12, 4, 0x1F, lscvtGdigit},
+        {"%G", 1234567.0, 0, 6, LSCVT_UPPER, lscvtGdigit}, {"%010.3.1f", -2.25, 10, 1, LSCVT_ZEROPAD, lscvtFdigit},
+        {"%00005f", 1.5, 5, 6, LSCVT_ZEROPAD, lscvtFdigit},
     };
     for (const auto& c : cases) {
         char got[256], expected[256];
-        int n = lstrWsprintf(got, c.format, c.value);
-        int m = c.form == 'f'   ? lscvtFdigit(c.value, expected, c.width, c.precision, c.flags)
-                : c.form == 'e' ? lscvtEdigit(c.value, expected, c.width, c.precision, c.flags)
-                                : lscvtGdigit(c.value, expected, c.width, c.precision, c.flags);
+        EXPECT_EQ(lstrWsprintf(got, c.format, c.value), c.form(c.value, expected, c.width, c.precision, c.flags))
+            << c.format;
         EXPECT_STREQ(got, expected) << c.format;
-        EXPECT_EQ(n, m) << c.format;
     }
     char out[256];
     // The arguments are taken in order, a double as one; %c writes the low byte.
@@ -78,30 +77,26 @@ TEST(LstrPrintf, IntegersCharactersAndStringsMatchSnprintf) {
     std::mt19937 random(1234);
     const char* strings[] = {"", "a", "hello", "\x82\xA0\x82\xA2 text"};
     for (int i = 0; i < 30000; ++i) {
-        std::string conversion = "%";
-        int flags = static_cast<int>(random() % 4);
-        for (int f = 0; f < flags; ++f) conversion += "-+ #0"[random() % 5];
-        if (random() % 2) conversion += std::to_string(1 + random() % 20);
-        if (random() % 3 == 0) conversion += "." + (random() % 4 ? std::to_string(random() % 12) : "");
-        char letter = "diouxXcs"[random() % 8];
-        conversion += letter;
-        std::string format = "<" + conversion + ">";
+        std::string format = "<%";
+        for (int f = static_cast<int>(random() % 4); f > 0; --f) format += "-+ #0"[random() % 5];
+        if (random() % 2) format += std::to_string(1 + random() % 20);
+        if (random() % 3 == 0) format += "." + (random() % 4 ? std::to_string(random() % 12) : "");
+        const char letter = "diouxXcs"[random() % 8];
+        format += std::string(1, letter) + ">";
         if ((letter == 'c' || letter == 's') && format.find('+') != std::string::npos) continue;
         char got[512], expected[512];
-        int n;
+        int n = 0;
+        auto both = [&](auto argument) {
+            n = lstrWsprintf(got, format.c_str(), argument);
+            std::snprintf(expected, sizeof expected, format.c_str(), argument);
+        };
+        const int v = static_cast<int>(random());
         if (letter == 's') {
-            const char* s = strings[random() % 4];
-            n = lstrWsprintf(got, format.c_str(), s);
-            std::snprintf(expected, sizeof expected, format.c_str(), s);
+            both(strings[v & 3]);
         } else if (letter == 'c') {
-            int c = 33 + static_cast<int>(random() % 90);
-            n = lstrWsprintf(got, format.c_str(), c);
-            std::snprintf(expected, sizeof expected, format.c_str(), c);
+            both(33 + (v & 0x3F));
         } else {
-            int v = static_cast<int>(random());
-            if (random() % 4 == 0) v %= 100;
-            n = lstrWsprintf(got, format.c_str(), v);
-            std::snprintf(expected, sizeof expected, format.c_str(), v);
+            both(random() % 4 == 0 ? v % 100 : v);
         }
         ASSERT_STREQ(got, expected) << format;
         ASSERT_EQ(n, static_cast<int>(std::strlen(expected))) << format;

@@ -23,23 +23,31 @@ const Raiser kRaisers[] = {
     {lsysThrowResource, "L_CResourceException", &L_CResourceException::classL_CResourceException},
 };
 
-CException* Catch(const Raiser& r, DWORD line, const char* file) {
+template <class Handler = CException*>
+Handler Catch(const Raiser& r, DWORD line, const char* file) {
     try {
         r.raise(line, file);
-    } catch (CException* e) {
+    } catch (Handler e) {
         return e;
+    } catch (...) {
     }
     return nullptr;
 }
 
 class RaiseTest : public ::testing::TestWithParam<Raiser> {};
 
+// Every record names CException as its base, is entered at load, and makes
+// no object; each raise throws the same singleton with the new position.
 TEST_P(RaiseTest, CaughtAsCExceptionIsTheLeafSingletonWithItsPosition) {
     const Raiser& r = GetParam();
+    EXPECT_EQ(r.record->m_pBaseClass, &CException::classCException);
+    EXPECT_EQ(r.record->m_wSchema, 0xFFFFu);
+    EXPECT_EQ(r.record->m_pfnCreateObject, nullptr);
+    EXPECT_EQ(r.record->m_nObjectSize, static_cast<int>(sizeof(CException)));
+    EXPECT_EQ(CRuntimeClass::FromName(r.className), r.record);
     CException* first = Catch(r, 12, "a");
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(first->GetRuntimeClass(), r.record);
-    EXPECT_STREQ(first->GetRuntimeClass()->m_lpszClassName, r.className);
     auto* pos = dynamic_cast<L_CPosException*>(first);
     ASSERT_NE(pos, nullptr);
     EXPECT_EQ(pos->GetLine(), 12u);
@@ -47,53 +55,25 @@ TEST_P(RaiseTest, CaughtAsCExceptionIsTheLeafSingletonWithItsPosition) {
     EXPECT_STREQ(pos->GetInfo(), "[ LINE:    12 ] SOURCE:a");
     EXPECT_FALSE(first->m_bAutoDelete);
     first->Delete();  // a singleton is never deleted
-    EXPECT_EQ(Catch(r, 13, "b"), first) << "every raise throws the same object";
+    EXPECT_EQ(Catch(r, 13, "b"), first);
     EXPECT_STREQ(pos->GetInfo(), "[ LINE:    13 ] SOURCE:b");
 }
 
 INSTANTIATE_TEST_SUITE_P(AllSix, RaiseTest, ::testing::ValuesIn(kRaisers),
                          [](const auto& info) { return std::string(info.param.className); });
 
-TEST(ExceptionTest, HandlersForEveryBasePointerCatch) {
-    try {
-        lsysThrowMemory(1, "x");
-    } catch (L_CMemoryException*) {
-        SUCCEED();
-    }
-    try {
-        lsysThrowMemory(1, "x");
-    } catch (L_CPosException*) {
-        SUCCEED();
-    }
-    try {
-        lsysThrowMemory(1, "x");
-    } catch (L_CException*) {
-        SUCCEED();
-    }
-    try {
-        lsysThrowMemory(1, "x");
-    } catch (CObject*) {
-        SUCCEED();
-    }
-    try {
-        lsysThrowMemory(1, "x");
-    } catch (void*) {
-        SUCCEED();
-    }
-}
-
-TEST(ExceptionTest, EveryRecordNamesCExceptionAsBase) {
-    CRuntimeClass* records[] = {&L_CException::classL_CException, &L_CPosException::classL_CPosException};
-    for (CRuntimeClass* rc : records) EXPECT_EQ(rc->m_pBaseClass, &CException::classCException);
-    for (const Raiser& r : kRaisers) {
-        EXPECT_EQ(r.record->m_pBaseClass, &CException::classCException);
-        EXPECT_EQ(r.record->m_wSchema, 0xFFFFu);
-        EXPECT_EQ(r.record->m_pfnCreateObject, nullptr);
-        EXPECT_EQ(r.record->m_nObjectSize, static_cast<int>(sizeof(CException)));
-        EXPECT_EQ(CRuntimeClass::FromName(r.className), r.record) << "entered at load";
-    }
-    // So the run-time chain skips the two middle classes.
-    CException* e = Catch(kRaisers[1], 1, "x");
+// Any base pointer's handler catches, while the run-time chain, whose
+// records all name CException, skips the two middle classes.
+TEST(ExceptionTest, HandlersForEveryBasePointerCatchButIsKindOfSeesOnlyTheLeaf) {
+    const Raiser& memory = kRaisers[1];
+    EXPECT_NE(Catch<L_CMemoryException*>(memory, 1, "x"), nullptr);
+    EXPECT_NE(Catch<L_CPosException*>(memory, 1, "x"), nullptr);
+    EXPECT_NE(Catch<L_CException*>(memory, 1, "x"), nullptr);
+    EXPECT_NE(Catch<CObject*>(memory, 1, "x"), nullptr);
+    EXPECT_NE(Catch<void*>(memory, 1, "x"), nullptr);
+    EXPECT_EQ(L_CException::classL_CException.m_pBaseClass, &CException::classCException);
+    EXPECT_EQ(L_CPosException::classL_CPosException.m_pBaseClass, &CException::classCException);
+    CException* e = Catch(memory, 1, "x");
     EXPECT_TRUE(e->IsKindOf(RUNTIME_CLASS(L_CMemoryException)));
     EXPECT_TRUE(e->IsKindOf(RUNTIME_CLASS(CException)));
     EXPECT_TRUE(e->IsKindOf(RUNTIME_CLASS(CObject)));
@@ -117,11 +97,10 @@ TEST(ExceptionTest, InfoFallsBackToTheFixedTextWithoutLineOrName) {
     EXPECT_STREQ(pos.GetInfo(), fixed) << "empty name";
 }
 
+// The position constructor wipes the shared position and sets what it is
+// given; the other forms keep it.
 TEST(ExceptionTest, PositionConstructorWipesAndOtherFormsKeep) {
-    try {
-        lsysThrowFile(77, "kept");
-    } catch (CException*) {
-    }
+    Catch(kRaisers[4], 77, "kept");
     L_CFileException flagOnly(0);
     L_CMemoryException plain;
     EXPECT_EQ(L_CPosException::m_dwLine, 77u);
@@ -134,22 +113,17 @@ TEST(ExceptionTest, PositionConstructorWipesAndOtherFormsKeep) {
     EXPECT_STREQ(L_CPosException::m_szFileName, "p");
 }
 
+// A name must fit with its terminator; a raise with one that does not keeps
+// the new line and the old name.
 TEST(ExceptionTest, FileNameMustFitWithItsTerminator) {
     L_CPosException pos(1, "old", 0);
-    std::string fits(259, 'f');
+    const std::string fits(259, 'f'), tooLong(260, 't');
     EXPECT_EQ(pos.SetFileName(fits.c_str()), 1);
-    EXPECT_EQ(std::string(pos.GetFileName()), fits);
-    std::string tooLong(260, 't');
     EXPECT_EQ(pos.SetFileName(tooLong.c_str()), 0);
     EXPECT_EQ(std::string(pos.GetFileName()), fits);
-
-    // A raise with a name that does not fit keeps the new line and old name.
-    try {
-        lsysThrowArchive(99, tooLong.c_str());
-    } catch (L_CPosException* e) {
-        EXPECT_EQ(e->GetLine(), 99u);
-        EXPECT_EQ(std::string(e->GetFileName()), fits);
-    }
+    Catch(kRaisers[3], 99, tooLong.c_str());
+    EXPECT_EQ(pos.GetLine(), 99u);
+    EXPECT_EQ(std::string(pos.GetFileName()), fits);
 }
 
 TEST(ExceptionTest, HeapObjectsWithAutoDeleteAreDeleted) {

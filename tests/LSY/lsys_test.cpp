@@ -1,13 +1,14 @@
-// System services: the platform's kind, page size and version, the
-// classification of doubles with no trap escaping whatever the host's control
-// word, the trap road (with traps injected into the platform's _fpclass), and
-// the floating-point mask scope.
+// System services: kind, page size and version, the classification of
+// doubles with no trap escaping whatever the host's control word, the trap
+// road (traps injected into the platform's _fpclass), the mask scope.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cfloat>
 #include <cmath>
 #include <cstring>
 #include <optional>
+#include <string>
 
 #include <orvanest/ORVANEST.h>
 
@@ -15,17 +16,8 @@ using namespace orvacrt;
 
 namespace {
 
-double FromBits(uint64_t bits) {
-    double d;
-    std::memcpy(&d, &bits, sizeof d);
-    return d;
-}
-
-uint64_t Bits(double d) {
-    uint64_t bits;
-    std::memcpy(&bits, &d, sizeof bits);
-    return bits;
-}
+double FromBits(uint64_t bits) { return std::bit_cast<double>(bits); }
+uint64_t Bits(double d) { return std::bit_cast<uint64_t>(d); }
 
 class LsysTest : public ::testing::Test {
 protected:
@@ -42,8 +34,6 @@ protected:
     unsigned int initial_ = 0;
 };
 
-// ---- kind, version, time ------------------------------------------------------------
-
 // On this machine the system's page size and granularity happen to equal
 // the fixed Win32s answers; the Win32s road is still taken and checked.
 TEST_F(LsysTest, Win32sSwitchChangesKindPageSizeAndAllocUnit) {
@@ -59,57 +49,37 @@ TEST_F(LsysTest, Win32sSwitchChangesKindPageSizeAndAllocUnit) {
 }
 
 TEST_F(LsysTest, InfoIsTheVersionTextInEightBytes) {
-    struct {
-        tagLSY_OrvanestInfo info;
-        unsigned char guard[8];
-    } out;
     static_assert(sizeof(tagLSY_OrvanestInfo) == 8);
-    std::memset(&out, 0xCC, sizeof out);
-    lsysGetOrvanestInfo(&out.info);
-    EXPECT_EQ(std::memcmp(out.info.version, "1.00.05", 8), 0);
-    for (unsigned char b : out.guard) EXPECT_EQ(b, 0xCC);
+    tagLSY_OrvanestInfo out[2];
+    std::memset(out, 0xCC, sizeof out);
+    lsysGetOrvanestInfo(&out[0]);
+    EXPECT_EQ(std::string(out[0].version, 8), std::string("1.00.05", 8));
+    EXPECT_EQ(std::string(out[1].version, 8), std::string(8, '\xCC')) << "nothing behind it";
 }
-
-// ---- classification -----------------------------------------------------------------
-
-struct ValueCase {
-    const char* what;
-    uint64_t bits;
-    bool safe;
-    bool nan;
-    bool finite;
-};
-
-const ValueCase kValues[] = {
-    {"one and a half", 0x3FF8000000000000ull, true, false, true},
-    {"minus two", 0xC000000000000000ull, true, false, true},
-    {"largest", 0x7FEFFFFFFFFFFFFFull, true, false, true},
-    {"smallest normal", 0x0010000000000000ull, true, false, true},
-    {"positive zero", 0x0000000000000000ull, true, false, true},
-    {"negative zero", 0x8000000000000000ull, true, false, true},
-    {"positive denormal", 0x0000000000000001ull, false, false, true},
-    {"negative denormal", 0x800FFFFFFFFFFFFFull, false, false, true},
-    {"positive infinity", 0x7FF0000000000000ull, false, false, false},
-    {"negative infinity", 0xFFF0000000000000ull, false, false, false},
-    {"quiet NaN", 0x7FF8000000000000ull, false, true, false},
-    {"signalling NaN", 0x7FF0000000000001ull, false, true, false},
-    {"negative signalling NaN", 0xFFF7FFFFFFFFFFFFull, false, true, false},
-};
 
 // The host has unmasked every exception (or none): a trap escaping any of
 // these would end the test, and the control word must be as it was.
 TEST_F(LsysTest, ClassificationLetsNoTrapOutWhateverTheHostUnmasked) {
+    const struct {
+        const char* what;
+        uint64_t bits;
+        bool safe, nan, finite;
+    } values[] = {
+        {"1.5", 0x3FF8000000000000ull, 1, 0, 1},        {"-2", 0xC000000000000000ull, 1, 0, 1},
+        {"largest", 0x7FEFFFFFFFFFFFFFull, 1, 0, 1},    {"smallest normal", 0x0010000000000000ull, 1, 0, 1},
+        {"+0", 0x0000000000000000ull, 1, 0, 1},         {"-0", 0x8000000000000000ull, 1, 0, 1},
+        {"+denormal", 0x0000000000000001ull, 0, 0, 1},  {"-denormal", 0x800FFFFFFFFFFFFFull, 0, 0, 1},
+        {"+infinity", 0x7FF0000000000000ull, 0, 0, 0},  {"-infinity", 0xFFF0000000000000ull, 0, 0, 0},
+        {"quiet NaN", 0x7FF8000000000000ull, 0, 1, 0},  {"signalling NaN", 0x7FF0000000000001ull, 0, 1, 0},
+        {"-signalling NaN", 0xFFF7FFFFFFFFFFFFull, 0, 1, 0},
+    };
     for (unsigned int hostMasks : {0u, _MCW_EM, _EM_INVALID | _EM_INEXACT}) {
         _control87(hostMasks | _RC_UP, _MCW_EM | _MCW_RC);
         const unsigned int hostWord = _control87(0, 0);
-        for (const ValueCase& c : kValues) {
+        for (const auto& c : values) {
             const double value = FromBits(c.bits);
             const double safe = lsysSafeValueDouble(value);
-            if (c.safe) {
-                EXPECT_EQ(Bits(safe), c.bits) << c.what << ": unchanged, sign of zero too";
-            } else {
-                EXPECT_EQ(Bits(safe), 0u) << c.what << ": positive zero";
-            }
+            EXPECT_EQ(Bits(safe), c.safe ? c.bits : 0u) << c.what << ": unchanged (sign of zero too), else +0";
             EXPECT_EQ(lsysIsSafeValue(value), c.safe) << c.what;
             EXPECT_EQ(lsysIsDoubleNaN(value), c.nan) << c.what;
             EXPECT_EQ(lsysIsDoubleFinite(value), c.finite) << c.what;
@@ -118,27 +88,19 @@ TEST_F(LsysTest, ClassificationLetsNoTrapOutWhateverTheHostUnmasked) {
     }
 }
 
-// ---- the trap road -----------------------------------------------------------------
-
-struct TrapCase {
-    const char* what;
-    DWORD code;
-    double safeValue;
-};
-
-const TrapCase kTraps[] = {
-    {"underflow", EXCEPTION_FLT_UNDERFLOW, -DBL_MAX},
-    {"overflow", EXCEPTION_FLT_OVERFLOW, DBL_MAX},
-    {"zero divide", EXCEPTION_FLT_DIVIDE_BY_ZERO, DBL_MAX},
-    {"invalid", EXCEPTION_FLT_INVALID_OPERATION, 0.0},
-    {"inexact", EXCEPTION_FLT_INEXACT_RESULT, 0.0},
-    {"denormal", EXCEPTION_FLT_DENORMAL_OPERAND, 0.0},
-};
-
 TEST_F(LsysTest, ATrapWhileClassifyingGivesTheValueOfItsCause) {
+    const struct {
+        const char* what;
+        DWORD code;
+        double safeValue;
+    } traps[] = {
+        {"underflow", EXCEPTION_FLT_UNDERFLOW, -DBL_MAX},     {"overflow", EXCEPTION_FLT_OVERFLOW, DBL_MAX},
+        {"zero divide", EXCEPTION_FLT_DIVIDE_BY_ZERO, DBL_MAX}, {"invalid", EXCEPTION_FLT_INVALID_OPERATION, 0.0},
+        {"inexact", EXCEPTION_FLT_INEXACT_RESULT, 0.0},       {"denormal", EXCEPTION_FLT_DENORMAL_OPERAND, 0.0},
+    };
     _control87(_RC_CHOP, _MCW_RC);
     const unsigned int hostWord = _control87(0, 0);
-    for (const TrapCase& c : kTraps) {
+    for (const auto& c : traps) {
         for (double value : {1.5, 3.0e-310, -2.0}) {
             OrvaFaultArm(ORVA_FAULT_FPCLASS, 1, c.code, FALSE);
             double result = lsysSafeValueDouble(value);
@@ -153,8 +115,6 @@ TEST_F(LsysTest, ATrapWhileClassifyingGivesTheValueOfItsCause) {
         EXPECT_EQ(lsysSafeValueDouble(FromBits(0x7FF8000000000000ull)), 0.0) << c.what;
     }
 }
-
-// ---- L_CAnnulException -------------------------------------------------------------
 
 TEST_F(LsysTest, AnnulMasksEverythingAndRestoresOnlyTheMasks) {
     volatile double one = 1.0;
