@@ -64,7 +64,7 @@ TEST(DateFormatTest, Pictures) {
         {false, &kTime, "d.M.y yy-yyyy 'it''s' !", "5.3.24 24-2024 it's !"},
         {false, &kTime, nullptr, "2024/03/05"},   {true, &kTime, "HH':'mm':'ss", "14:07:09"},
         {true, &kTime, "h:m:s hh H", "2:7:9 02 14"}, {true, &kTime, nullptr, "14:07:09"},
-        {true, &midnight, "h hh", "12 12"},
+        {true, &midnight, "h hh", "12 12"},        {false, &midnight, "yyMMdd", "000229"},
     };
     for (const auto& c : cases) {
         char out[64];
@@ -87,7 +87,7 @@ TEST(DateFormatTest, Refusals) {
         DWORD error;
     } cases[] = {
         {false, kTime, 0, "yyyy/MM/dd", 10, ERROR_INSUFFICIENT_BUFFER},
-        {false, kTime, 1, "dd", 64, ERROR_INVALID_FLAGS},
+        {false, kTime, 1, "dd", 64, ERROR_INVALID_FLAGS}, {false, Time(2100, 2, 29), 0, "y", 64, P},
         {false, kTime, 0, "dddd", 64, P},           {true, kTime, 0, "tt", 64, P},
         {false, Time(1600, 12, 31), 0, "y", 64, P}, {false, Time(2023, 2, 29), 0, "y", 64, P},
         {false, Time(2024, 13, 1), 0, "y", 64, P},  {false, Time(2024, 4, 31), 0, "y", 64, P},

@@ -111,12 +111,12 @@ TEST(Mbcs, AllOperationsAgreeWithAWalkOnRandomText) {
     }
 }
 
-// "abcdefghz Ｂ ｱ 表 ａ x" and a lone lead: eight plain bytes first, so that
-// both roads run; the trail byte 'a' of Ｂ (0x82 0x61) stays.
+// The letters' neighbours '`', '{', '@' and '[' stay, and the trail 'a' of Ｂ
+// (0x82 0x61); eight plain bytes first, then the byte-wise road after ｱ表ａ.
 TEST(Mbcs, UpperCaseKeepsCharactersWholeAndTheLength) {
-    unsigned char text[] = "abcdefghz\x82\x61\xB1\x95\x5C\x82\x81x\x81 ";
+    unsigned char text[] = "`az{@AZ[\x82\x61\xB1\x95\x5C\x82\x81`az{x\x81 ";
     EXPECT_EQ(_mbsupr(text), text);
-    EXPECT_STREQ(reinterpret_cast<char*>(text), "ABCDEFGHZ\x82\x61\xB1\x95\x5C\x82\x60X\x81 ");
+    EXPECT_STREQ(reinterpret_cast<char*>(text), "`AZ{@AZ[\x82\x61\xB1\x95\x5C\x82\x60`AZ{X\x81 ");
 }
 
 // Every two-byte character against an independent source: where its capital

@@ -9,7 +9,6 @@
 #include <atomic>
 #include <functional>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include <orvanest/platform/platform.h>
@@ -17,6 +16,9 @@
 namespace {
 
 const size_t kPage = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+
+using Answer = std::function<LONG(EXCEPTION_POINTERS*)>;
+ULONG_PTR FaultAddress(EXCEPTION_POINTERS* info) { return info->ExceptionRecord->ExceptionInformation[1]; }
 
 // Pages that start inaccessible.
 struct Region {
@@ -26,14 +28,23 @@ struct Region {
     ~Region() { munmap(base, size); }
     char* Page(size_t i) const { return base + i * kPage; }
     ULONG_PTR At(size_t i) const { return reinterpret_cast<ULONG_PTR>(Page(i)); }
-    void Open(size_t i) const { mprotect(Page(i), kPage, PROT_READ | PROT_WRITE); }
+    // Opens the page that holds address; false when it is none of ours.
+    bool Open(ULONG_PTR address) const {
+        const size_t page = (address - At(0)) / kPage;
+        return page < size / kPage && mprotect(Page(page), kPage, PROT_READ | PROT_WRITE) == 0;
+    }
+    // A filter's answer: open the faulting page and go on.
+    Answer OpenAndContinue() const {
+        return [this](EXCEPTION_POINTERS* info) -> LONG {
+            return Open(FaultAddress(info)) ? EXCEPTION_CONTINUE_EXECUTION : EXCEPTION_CONTINUE_SEARCH;
+        };
+    }
     size_t size;
     char* base;
 };
 
 int ReadByte(const volatile char* p) { return *p; }
 void WriteByte(volatile char* p) { *p = 1; }
-ULONG_PTR FaultAddress(EXCEPTION_POINTERS* info) { return info->ExceptionRecord->ExceptionInformation[1]; }
 
 // What a frame's filter and handler saw.
 struct Seen {
@@ -44,9 +55,13 @@ struct Seen {
 };
 const std::pair<int, int> kOnceEach = {1, 1};
 
-// Runs body in a frame whose filter records into seen and answers `answer`.
-template <class Body>
-BOOL Frame(Body&& body, Seen& seen, LONG answer = EXCEPTION_EXECUTE_HANDLER) {
+Answer Always(LONG answer) {
+    return [answer](EXCEPTION_POINTERS*) { return answer; };
+}
+
+// Runs body in a frame whose filter records into seen and then answers.
+BOOL Frame(const std::function<void()>& body, Seen& seen,
+           const Answer& answer = Always(EXCEPTION_EXECUTE_HANDLER)) {
     return OrvaTryExcept(
         body,
         [&](EXCEPTION_POINTERS* info) {
@@ -56,7 +71,7 @@ BOOL Frame(Body&& body, Seen& seen, LONG answer = EXCEPTION_EXECUTE_HANDLER) {
                 seen.kind = info->ExceptionRecord->ExceptionInformation[0];
                 seen.address = FaultAddress(info);
             }
-            return answer;
+            return answer(info);
         },
         [&](const EXCEPTION_RECORD* record) {
             ++seen.handlerCalls;
@@ -109,23 +124,14 @@ TEST(Seh, FaultsAreDescribedAndReachTheHandler) {
 
 TEST(Seh, ContinueExecutionResumesTheFaultingInstruction) {
     Region region(3);
-    int faults = 0;
-    BOOL completed = OrvaTryExcept(
-        [&] {  // each page faults once on its first touch; what is written stays
-            volatile char* bytes = region.Page(0);
-            for (size_t i = 0; i < 3; ++i) bytes[i * kPage + 7] = static_cast<char>(10 + i);
-            for (size_t i = 0; i < 3; ++i) EXPECT_EQ(bytes[i * kPage + 7], static_cast<char>(10 + i));
-        },
-        [&](EXCEPTION_POINTERS* info) -> LONG {
-            const size_t page = (FaultAddress(info) - region.At(0)) / kPage;
-            if (page >= 3) return EXCEPTION_CONTINUE_SEARCH;
-            region.Open(page);
-            ++faults;
-            return EXCEPTION_CONTINUE_EXECUTION;
-        },
-        [](const EXCEPTION_RECORD*) { ADD_FAILURE() << "handler ran"; });
-    EXPECT_EQ(completed, TRUE);
-    EXPECT_EQ(faults, 3);
+    volatile char* bytes = region.Page(0);
+    Seen seen;
+    const auto body = [&] {  // each page faults once on its first touch; what is written stays
+        for (size_t i = 0; i < 3; ++i) bytes[i * kPage + 7] = static_cast<char>(10 + i);
+        for (size_t i = 0; i < 3; ++i) EXPECT_EQ(bytes[i * kPage + 7], static_cast<char>(10 + i));
+    };
+    EXPECT_EQ(Frame(body, seen, region.OpenAndContinue()), TRUE);
+    EXPECT_EQ(seen.Calls(), std::pair(3, 0));
 }
 
 // Two frames, the inner one handling or searching on: who is asked, who
@@ -137,12 +143,11 @@ TEST(Seh, NestedFramesSearchOutwardAndUnwindToTheChosenFrame) {
         BOOL innerCompleted = 2;
         bool afterInner = false;
         const LONG innerAnswer = innerHandles ? EXCEPTION_EXECUTE_HANDLER : EXCEPTION_CONTINUE_SEARCH;
-        BOOL outerCompleted = Frame(
-            [&] {
-                innerCompleted = Frame([&] { ReadByte(region.Page(0)); }, inner, innerAnswer);
-                afterInner = true;
-            },
-            outer);
+        const auto body = [&] {
+            innerCompleted = Frame([&] { ReadByte(region.Page(0)); }, inner, Always(innerAnswer));
+            afterInner = true;
+        };
+        BOOL outerCompleted = Frame(body, outer);
         SCOPED_TRACE(innerHandles ? "inner handles" : "inner searches on");
         EXPECT_EQ(inner.Calls(), std::pair(1, innerHandles ? 1 : 0));
         EXPECT_EQ(outer.Calls(), innerHandles ? std::pair(0, 0) : kOnceEach);
@@ -166,23 +171,16 @@ TEST(Seh, AFrameLeftByACppExceptionIsNoLongerAsked) {
 
 TEST(Seh, AFaultInsideAFilterSkipsThatFrame) {
     Region region(2);
-    Seen outer;
-    int innerFilterCalls = 0;
-    BOOL completed = Frame(
-        [&] {
-            OrvaTryExcept(
-                [&] { ReadByte(region.Page(0)); },
-                [&](EXCEPTION_POINTERS*) -> LONG {
-                    ++innerFilterCalls;
-                    ReadByte(region.Page(1));  // faults again, inside the filter
-                    return EXCEPTION_CONTINUE_EXECUTION;
-                },
-                [](const EXCEPTION_RECORD*) { ADD_FAILURE() << "inner handler ran"; });
-            ADD_FAILURE() << "the inner frame returned";
-        },
-        outer);
-    EXPECT_EQ(completed, FALSE);
-    EXPECT_EQ(innerFilterCalls, 1);
+    Seen inner, outer;
+    const auto body = [&] {
+        Frame([&] { ReadByte(region.Page(0)); }, inner, [&](EXCEPTION_POINTERS*) -> LONG {
+            ReadByte(region.Page(1));  // faults again, inside the filter
+            return EXCEPTION_CONTINUE_EXECUTION;
+        });
+        ADD_FAILURE() << "the inner frame returned";
+    };
+    EXPECT_EQ(Frame(body, outer), FALSE);
+    EXPECT_EQ(inner.Calls(), std::pair(1, 0));
     EXPECT_EQ(outer.Calls(), kOnceEach);
     EXPECT_EQ(outer.address, region.At(1));
 }
@@ -191,28 +189,22 @@ TEST(Seh, AFaultInsideAFilterSkipsThatFrame) {
 // filter's run is abandoned, and the outer frame must be asked again later.
 TEST(Seh, AFrameWhoseFilterWasAbandonedIsAskedAgain) {
     Region region(3);
-    int outerFilterCalls = 0, innerHandler = 0, outerHandler = 0;
+    Seen inner, outer;
     BOOL innerCompleted = 2;
-    BOOL completed = OrvaTryExcept(
-        [&] {
-            innerCompleted = OrvaTryExcept(
-                [&] { ReadByte(region.Page(0)); },
-                [&](EXCEPTION_POINTERS* info) -> LONG {
-                    if (FaultAddress(info) == region.At(1)) return EXCEPTION_EXECUTE_HANDLER;
-                    return EXCEPTION_CONTINUE_SEARCH;
-                },
-                [&](const EXCEPTION_RECORD*) { ++innerHandler; });
-            ReadByte(region.Page(2));
-        },
-        [&](EXCEPTION_POINTERS* info) -> LONG {
-            ++outerFilterCalls;
-            if (FaultAddress(info) == region.At(0)) ReadByte(region.Page(1));  // taken by the inner frame
-            return EXCEPTION_EXECUTE_HANDLER;
-        },
-        [&](const EXCEPTION_RECORD*) { ++outerHandler; });
+    const auto body = [&] {
+        innerCompleted = Frame([&] { ReadByte(region.Page(0)); }, inner, [&](EXCEPTION_POINTERS* info) -> LONG {
+            return FaultAddress(info) == region.At(1) ? EXCEPTION_EXECUTE_HANDLER : EXCEPTION_CONTINUE_SEARCH;
+        });
+        ReadByte(region.Page(2));
+    };
+    EXPECT_EQ(Frame(body, outer, [&](EXCEPTION_POINTERS* info) -> LONG {
+                  if (FaultAddress(info) == region.At(0)) ReadByte(region.Page(1));  // taken by the inner frame
+                  return EXCEPTION_EXECUTE_HANDLER;
+              }),
+              FALSE);
     EXPECT_EQ(innerCompleted, FALSE);
-    EXPECT_EQ(completed, FALSE);
-    EXPECT_EQ(std::tuple(innerHandler, outerFilterCalls, outerHandler), std::tuple(1, 2, 1));
+    EXPECT_EQ(inner.Calls(), std::pair(2, 1));
+    EXPECT_EQ(outer.Calls(), std::pair(2, 1));
 }
 
 // Called through a pointer, so that the compiler keeps the handlers around
@@ -221,49 +213,53 @@ void (*volatile g_store)(volatile char*) = WriteByte;
 
 TEST(Seh, AnExceptionFromAFilterLeavesThroughTheFaultingCode) {
     Region region(2);
-    int filterCalls = 0;
+    Seen seen;
     unsigned int controlAtCatch = 0;
     const unsigned int control = orvacrt::_control87(orvacrt::_RC_UP, orvacrt::_MCW_RC);
-    BOOL completed = OrvaTryExcept(
-        [&] {
-            try {
-                g_store(region.Page(0));
-            } catch (int value) {
-                EXPECT_EQ(value, 7);
-                controlAtCatch = orvacrt::_control87(0, 0);
-            }
-            g_store(region.Page(1));  // the frame is asked again
-        },
-        [&](EXCEPTION_POINTERS*) -> LONG {
-            if (++filterCalls == 1) throw 7;
-            region.Open(1);
-            return EXCEPTION_CONTINUE_EXECUTION;
-        },
-        [](const EXCEPTION_RECORD*) { ADD_FAILURE() << "handler ran"; });
+    const auto body = [&] {
+        try {
+            g_store(region.Page(0));
+        } catch (int value) {
+            EXPECT_EQ(value, 7);
+            controlAtCatch = orvacrt::_control87(0, 0);
+        }
+        g_store(region.Page(1));  // the frame is asked again
+    };
+    const Answer open = region.OpenAndContinue();
+    const BOOL completed = Frame(body, seen, [&](EXCEPTION_POINTERS* info) -> LONG {
+        if (FaultAddress(info) == region.At(0)) throw 7;
+        return open(info);
+    });
     orvacrt::_control87(orvacrt::_RC_NEAR, orvacrt::_MCW_RC);
     EXPECT_EQ(completed, TRUE);
-    EXPECT_EQ(filterCalls, 2);
+    EXPECT_EQ(seen.Calls(), std::pair(2, 0));
     EXPECT_EQ(controlAtCatch, control) << "the faulting code's rounding, not the handler's";
 }
 
-// Each thread's faults go to its own frames.
+// Each thread's faults go to its own frames: the threads fault in the order
+// in which they entered theirs, so the first to fault is the one whose frame
+// any shared chain would have buried under the others.
 TEST(Seh, FramesArePerThread) {
     constexpr int kThreads = 4;
     Region region(kThreads);
-    std::atomic<int> ready{0};
+    std::atomic<int> entered{0}, turn{0};
     std::vector<Seen> seen(kThreads);
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         const auto body = [&, t] {
-            for (++ready; ready.load() < kThreads;) std::this_thread::yield();
-            for (int i = 0; i < 100; ++i) WriteByte(region.Page(t) + i);
+            const int order = entered++;
+            while (entered.load() < kThreads || turn.load() != order) std::this_thread::yield();
+            WriteByte(region.Page(t) + t);
         };
-        threads.emplace_back([&, t, body] { Frame(body, seen[t]); });
+        threads.emplace_back([&, t, body] {
+            Frame(body, seen[t]);
+            ++turn;
+        });
     }
     for (auto& thread : threads) thread.join();
     for (int t = 0; t < kThreads; ++t) {
         EXPECT_EQ(seen[t].Calls(), kOnceEach) << t;
-        EXPECT_EQ(seen[t].address, region.At(t)) << t;
+        EXPECT_EQ(seen[t].address, region.At(t) + t) << t;
     }
 }
 
@@ -282,7 +278,7 @@ void Decline(bool earlier) {
     if (earlier) sigaction(SIGSEGV, &action, nullptr);
     Region region(1);
     Seen seen;
-    Frame([&] { ReadByte(region.Page(0)); }, seen, EXCEPTION_CONTINUE_SEARCH);
+    Frame([&] { ReadByte(region.Page(0)); }, seen, Always(EXCEPTION_CONTINUE_SEARCH));
 }
 
 TEST(SehDeathTest, SearchPastTheOutermostFrameCallsTheEarlierHandler) {
