@@ -28,6 +28,7 @@ TEST(CString, CopiesOwnTheirText) {
     EXPECT_STREQ(a, "hello");
     EXPECT_STREQ(b, "q");
     EXPECT_STREQ(d, "yello");
+    EXPECT_EQ(a[1], 'e');
     EXPECT_EQ(a.GetAt(4), 'o');
     EXPECT_EQ(a.GetAt(5), '\0');
     EXPECT_EQ(a.GetAt(-1), '\0');

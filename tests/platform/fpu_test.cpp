@@ -70,7 +70,8 @@ TEST_F(FpuTest, ClassificationNeverTrapsAndRaisesNoFlag) {
 }
 
 TEST_F(FpuTest, ControlWordReachesBothUnits) {
-    for (unsigned int bit : {_EM_INVALID, _EM_DENORMAL, _EM_ZERODIVIDE, _EM_OVERFLOW, _EM_UNDERFLOW, _EM_INEXACT}) {
+    for (unsigned int bit :
+         {_EM_INVALID, _EM_DENORMAL, _EM_ZERODIVIDE, _EM_OVERFLOW, _EM_UNDERFLOW, _EM_INEXACT}) {
         unsigned int word = _control87(0, bit);
         EXPECT_EQ(word & (_MCW_EM | _EM_AMBIGUOUS), _MCW_EM & ~bit) << bit;
         EXPECT_EQ(_control87(0, 0), word) << bit;
@@ -140,15 +141,9 @@ unsigned Flags(const _FPIEEE_EXCEPTION_FLAGS& f) {
     return f.Inexact | f.Underflow << 1 | f.Overflow << 2 | f.ZeroDivide << 3 | f.InvalidOperation << 4;
 }
 
-// The trap handler behind _fpieee_flt: what it learnt, and what it answers.
+// What the trap handler behind _fpieee_flt learnt, and what it answers.
 _FPIEEE_RECORD g_record;
 int g_trapHandlerCalls, g_trapAnswer;
-
-int KeepRecord(_FPIEEE_RECORD* record) {
-    g_record = *record;
-    ++g_trapHandlerCalls;
-    return g_trapAnswer;
-}
 
 // Runs body in a frame whose filter passes the trap to _fpieee_flt and its
 // handler answers `answer`: the code the filter saw, 0 when nothing trapped.
@@ -157,14 +152,16 @@ DWORD Trap(Body body, int answer) {
     g_trapHandlerCalls = 0;
     g_trapAnswer = answer;
     DWORD seen = 0;
-    BOOL done = OrvaTryExcept(
-        body,
-        [&](EXCEPTION_POINTERS* info) -> LONG {
-            seen = info->ExceptionRecord->ExceptionCode;
-            return _fpieee_flt(seen, info, KeepRecord);
-        },
-        [](const EXCEPTION_RECORD*) {});
-    EXPECT_EQ(done, answer != EXCEPTION_EXECUTE_HANDLER || seen == 0) << "the handler runs when a trap is taken";
+    const auto keepRecord = [](_FPIEEE_RECORD* record) {
+        g_record = *record;
+        ++g_trapHandlerCalls;
+        return g_trapAnswer;
+    };
+    const auto filter = [&](EXCEPTION_POINTERS* info) -> LONG {
+        return _fpieee_flt(seen = info->ExceptionRecord->ExceptionCode, info, keepRecord);
+    };
+    BOOL done = OrvaTryExcept(body, filter, [](const EXCEPTION_RECORD*) {});
+    EXPECT_EQ(done, answer != EXCEPTION_EXECUTE_HANDLER || seen == 0) << "handled when trapped";
     return seen;
 }
 

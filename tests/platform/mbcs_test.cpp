@@ -95,13 +95,10 @@ TEST(Mbcs, AllOperationsAgreeWithAWalkOnRandomText) {
             ASSERT_EQ(_mbsstr(s, U(sub)), want) << sub;
             ASSERT_TRUE(want != nullptr || !model::IsStart(kinds, at)) << sub;
         }
-        // Spans over a set of one to three pieces.
-        const std::string setText = gen.Text(1 + round % 3);
-        const auto setKinds = model::Kinds(setText);
+        // Spans over a set of one to three characters.
+        std::string setText;
         std::set<std::string> set;
-        for (size_t j = 0; j < setText.size(); j += model::WidthAt(setKinds, j)) {
-            set.insert(setText.substr(j, model::WidthAt(setKinds, j)));
-        }
+        for (int k = 0; k <= round % 3; ++k) setText += *set.insert(gen.Text(1)).first;
         size_t spn = 0, cspn = 0;
         while (spn < n && set.count(piece(spn))) spn += model::WidthAt(kinds, spn);
         while (cspn < n && !set.count(piece(cspn))) cspn += model::WidthAt(kinds, cspn);

@@ -45,8 +45,10 @@ struct Exact {
         digits = buffer[0] + std::string(buffer + 2, 800);
         point = std::atoi(std::strchr(buffer, 'e') + 1) + 1;
     }
-    // n significant digits (e) or n places behind the point, ties away from zero.
+    // n significant digits (e) or n places behind the point, ties away from
+    // zero. A zero has n zeros and point 1 (e), or none and point 0.
     Digits Round(bool e, int n) const {
+        if (digits[0] == '0') return {e ? std::string(n, '0') : "", e ? 1 : 0, negative};
         const int keep = e ? n : point + n;
         Digits d{keep > 0 ? digits.substr(0, keep) : "", point, negative};
         if (keep < 0 || digits[keep] < '5') return d;
@@ -71,8 +73,8 @@ void ExpectBoth(double v) {
     }
 }
 
-// What the reference does not cover: zeros, infinities and NaNs; and two
-// worked values held just off a half-way point.
+// What the reference does not cover: infinities and NaNs; and two worked
+// values held just off a half-way point.
 TEST(CvtTest, WorkedCases) {
     const struct {
         bool e;
@@ -80,12 +82,11 @@ TEST(CvtTest, WorkedCases) {
         int n;
         Digits want;
     } cases[] = {
-        {true, 0.0, 4, {"0000", 1, 0}},  {false, -0.0, 3, {"", 0, 1}},        {true, -0.125, 2, {"13", 0, 1}},
-        {true, HUGE_VAL, 5, {"", 0, 0}}, {false, std::nan(""), 5, {"", 0, 0}},
+        {true, -0.125, 2, {"13", 0, 1}}, {true, HUGE_VAL, 5, {"", 0, 0}}, {false, std::nan(""), 5, {"", 0, 0}},
         {false, 99.995, 2, {"10000", 3, 0}},  // held above the half-way point
         {false, 9.995, 2, {"999", 1, 0}},     // held below it
     };
-    for (const auto& c : cases) EXPECT_EQ(Cvt(c.e, c.v, c.n), c.want) << c.v << (c.e ? " count " : " places ") << c.n;
+    for (const auto& c : cases) EXPECT_EQ(Cvt(c.e, c.v, c.n), c.want) << c.v << (c.e ? " e" : " f") << c.n;
 }
 
 TEST(CvtTest, HalfWayPointsAndTheirNeighbours) {
@@ -97,9 +98,9 @@ TEST(CvtTest, HalfWayPointsAndTheirNeighbours) {
         }
     }
     // Integers that are ties at the tens, hundreds ...; decimals held just
-    // off their half-way points; the ends of the range.
+    // off their half-way points; the ends of the range; zeros.
     for (double v : {5.0, 15.0, 25.0, 125.0, 250.0, 3500.0, 9995.0, 1.5e15, 2.5e21, 1.005, 2.675, 1.115, 0.045,
-                     1e-5, 5e-324, DBL_MAX, DBL_MIN, 0.1, 0.7, 1e23, 4.9, 7.0}) {
+                     1e-5, 5e-324, DBL_MAX, DBL_MIN, 0.1, 0.7, 1e23, 4.9, 7.0, 0.0, -0.0}) {
         ExpectBoth(v);
     }
 }
@@ -118,15 +119,8 @@ TEST(CvtTest, RandomDoubles) {
         double moderate = std::pow(10.0, static_cast<double>(random() % 3000) / 100.0 - 10.0);
         if (i % 3 == 0) moderate = std::floor(moderate);
         if (i % 5 == 0) moderate = std::ldexp(std::floor(moderate), 1 + static_cast<int>(random() % 9));
-        const Exact exactModerate(moderate);
-        for (int count = 1; count <= 20; ++count) {
-            ASSERT_EQ(Cvt(true, moderate, count), exactModerate.Round(true, count)) << moderate << " " << count;
-        }
-        double scaled = std::ldexp(static_cast<double>(random() >> 11), -static_cast<int>(random() % 80));
-        const Exact exactScaled(scaled);
-        for (int places : {0, 1, 2, 6, 15}) {
-            ASSERT_EQ(Cvt(false, scaled, places), exactScaled.Round(false, places)) << scaled << " " << places;
-        }
+        ExpectBoth(moderate);
+        ExpectBoth(std::ldexp(static_cast<double>(random() >> 11), -static_cast<int>(random() % 80)));
     }
 }
 

@@ -84,7 +84,8 @@ TEST_F(VmemTest, CommitsSplitTheRegionIntoRuns) {
     LPVOID p = Reserve(8 * kPage);
     ASSERT_NE(p, nullptr);
     // Bytes 2.5 pages to 4.5 pages touch pages 2, 3 and 4.
-    EXPECT_EQ(VirtualAlloc(At(p, 2 * kPage + kPage / 2), 2 * kPage, MEM_COMMIT, PAGE_READWRITE), At(p, 2 * kPage));
+    LPVOID c = VirtualAlloc(At(p, 2 * kPage + kPage / 2), 2 * kPage, MEM_COMMIT, PAGE_READWRITE);
+    EXPECT_EQ(c, At(p, 2 * kPage));
     ExpectRun(p, p, 2 * kPage, MEM_RESERVE, 0);
     ExpectRun(At(p, 2 * kPage), p, 3 * kPage, MEM_COMMIT, PAGE_READWRITE);
     ExpectRun(At(p, 4 * kPage + 7), p, kPage, MEM_COMMIT, PAGE_READWRITE);
