@@ -2,9 +2,9 @@
 // the library relies on, and injected failures.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <map>
 #include <random>
 #include <thread>
 #include <vector>
@@ -21,14 +21,11 @@ protected:
 TEST_F(HeapTest, FixedAndMovableBlocksKeepTheirSizeAndZeroFill) {
     for (UINT flags : {GMEM_FIXED, GMEM_ZEROINIT, GMEM_MOVEABLE, GMEM_MOVEABLE | GMEM_ZEROINIT}) {
         HGLOBAL h = GlobalAlloc(flags, 100);
-        ASSERT_NE(h, nullptr);
         auto* p = static_cast<unsigned char*>(GlobalLock(h));
-        ASSERT_NE(p, nullptr);
+        ASSERT_NE(p, nullptr) << flags;
         EXPECT_EQ(GlobalSize(h), 100u);
         EXPECT_EQ(GlobalSize(p), 100u);
-        if (flags & GMEM_ZEROINIT) {
-            for (int i = 0; i < 100; ++i) ASSERT_EQ(p[i], 0) << i;
-        }
+        for (int i = 0; i < 100 && (flags & GMEM_ZEROINIT); ++i) ASSERT_EQ(p[i], 0) << flags << " byte " << i;
         std::memset(p, 0xAB, 100);
         GlobalUnlock(h);
         EXPECT_EQ(GlobalFree(h), nullptr);
@@ -37,25 +34,18 @@ TEST_F(HeapTest, FixedAndMovableBlocksKeepTheirSizeAndZeroFill) {
 
 TEST_F(HeapTest, SizeIsZeroForAnythingThatIsNotALiveBlock) {
     int onStack = 0;
-    HGLOBAL live = GlobalAlloc(GMEM_FIXED, 64);
+    char* live = static_cast<char*>(GlobalAlloc(GMEM_FIXED, 64));
     HGLOBAL freed = GlobalAlloc(GMEM_FIXED, 64);
     ASSERT_EQ(GlobalFree(freed), nullptr);
-    struct Case {
-        const char* what;
-        void* p;
-    } cases[] = {
-        {"null", nullptr},
-        {"stack", &onStack},
-        {"interior", static_cast<char*>(live) + 8},
-        {"one past", static_cast<char*>(live) + 64},
-        {"freed", freed},
-        {"wild", reinterpret_cast<void*>(0x10)},
-        {"all bits", reinterpret_cast<void*>(~uintptr_t{0})},
+    const std::pair<const char*, void*> cases[] = {
+        {"null", nullptr},         {"stack", &onStack},     {"interior", live + 8},
+        {"next grain", live + 16}, {"one past", live + 64}, {"freed", freed},
+        {"wild", reinterpret_cast<void*>(0x10)}, {"all bits", reinterpret_cast<void*>(~uintptr_t{0})},
     };
-    for (const Case& c : cases) {
+    for (auto [what, p] : cases) {
         SetLastError(0);
-        EXPECT_EQ(GlobalSize(c.p), 0u) << c.what;
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE)) << c.what;
+        EXPECT_EQ(GlobalSize(p), 0u) << what;
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE)) << what;
     }
     EXPECT_EQ(GlobalFree(freed), freed) << "a second free is refused";
     EXPECT_EQ(GlobalLock(&onStack), nullptr);
@@ -76,39 +66,31 @@ TEST_F(HeapTest, UnlockCountsDownMovableLocks) {
     GlobalFree(h);
 }
 
-// Frees pull later entries of a cluster back into the gap; a seeded mix of
-// allocations and frees in random order, checked against a model, shows that
-// every live block stays findable and no freed one is.
+// A seeded mix of allocations and frees against a map of the live blocks:
+// each keeps its size, and a freed address that did not come back as a new
+// block is no block.
 TEST_F(HeapTest, RandomAllocationsAndFreesAgainstAModel) {
     std::mt19937 rng(99);
-    std::vector<std::pair<HGLOBAL, SIZE_T>> live;
+    std::map<HGLOBAL, SIZE_T> live;
     std::vector<HGLOBAL> freed;
     for (int step = 1; step <= 30000; ++step) {
         if (live.empty() || rng() % 5 < 3) {
             SIZE_T size = 1 + rng() % 300;
-            live.emplace_back(GlobalAlloc(GMEM_FIXED, size), size);
-            ASSERT_NE(live.back().first, nullptr);
+            HGLOBAL h = GlobalAlloc(GMEM_FIXED, size);
+            ASSERT_NE(h, nullptr);
+            live[h] = size;
         } else {
-            size_t k = rng() % live.size();
-            ASSERT_EQ(GlobalFree(live[k].first), nullptr) << step;
-            freed.push_back(live[k].first);
-            live[k] = live.back();
-            live.pop_back();
+            auto it = std::next(live.begin(), static_cast<long>(rng() % live.size()));
+            ASSERT_EQ(GlobalFree(it->first), nullptr) << step;
+            freed.push_back(it->first);
+            live.erase(it);
         }
-        if (step % 1000 == 0) {
-            for (auto& [h, size] : live) ASSERT_EQ(GlobalSize(h), size) << step;
-            // A freed address may have come back as a new block; only those
-            // that did not are "not a block".
-            for (HGLOBAL h : freed) {
-                bool reused = std::any_of(live.begin(), live.end(), [h](auto& b) { return b.first == h; });
-                if (!reused) {
-                    ASSERT_EQ(GlobalSize(h), 0u) << step;
-                }
-            }
-            freed.clear();
-        }
+        if (step % 1000 != 0) continue;
+        for (auto [h, size] : live) ASSERT_EQ(GlobalSize(h), size) << step;
+        for (HGLOBAL h : freed) ASSERT_TRUE(live.count(h) || GlobalSize(h) == 0) << step;
+        freed.clear();
     }
-    for (auto& b : live) GlobalFree(b.first);
+    for (auto [h, size] : live) GlobalFree(h);
 }
 
 // Neighbouring blocks share the words that mark them live; two threads that
@@ -117,16 +99,11 @@ TEST_F(HeapTest, NeighboursFreedOnTwoThreadsAtOnce) {
     for (int round = 0; round < 10; ++round) {
         std::vector<HGLOBAL> blocks;
         for (int i = 0; i < 50000; ++i) blocks.push_back(GlobalAlloc(GMEM_FIXED, 16));
-        std::atomic<int> failed{0};
-        std::atomic<int> ready{0};
+        std::atomic<int> failed{0}, ready{0};
         auto freeEvery = [&](size_t first) {
-            // Both start together, so that their frees overlap.
-            ++ready;
-            while (ready.load() < 2) {
+            for (++ready; ready.load() < 2;) {
             }
-            for (size_t i = first; i < blocks.size(); i += 2) {
-                if (GlobalFree(blocks[i]) != nullptr) ++failed;
-            }
+            for (size_t i = first; i < blocks.size(); i += 2) failed += GlobalFree(blocks[i]) != nullptr;
         };
         std::thread even(freeEvery, 0), odd(freeEvery, 1);
         even.join();
@@ -151,9 +128,7 @@ TEST_F(HeapTest, InjectedFailuresHitTheNthCallOnceOrFromThenOn) {
     EXPECT_EQ(OrvaFaultInjected(ORVA_FAULT_GLOBALLOCK), 2u);
     OrvaFaultReset();
     EXPECT_NE(GlobalLock(got[1]), nullptr);
-    for (HGLOBAL h : got) {
-        if (h != nullptr) GlobalFree(h);
-    }
+    for (HGLOBAL h : got) GlobalFree(h);
 }
 
 }  // namespace

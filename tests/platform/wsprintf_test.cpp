@@ -12,25 +12,16 @@
 
 namespace {
 
-// The format that C reads the same way: snprintf takes 'l' as 64 bits on this
-// system where wsprintfA takes 32, and 'h' before s and c asks for narrow
-// text, which all of it is here.
-std::string Without(const char* format, char letter) {
-    std::string s;
-    for (const char* f = format; *f != '\0'; ++f) {
-        if (*f != letter) s += *f;
-    }
-    return s;
-}
-
 // Formats one argument both ways and compares text (a %c of 0 included) and
-// length.
+// length. C reads the format without `dropped`: its 'l' is 64 bits where
+// ours is 32, and its 'h' before s and c asks for the narrow text all of it is.
 template <class T>
 void ExpectLikeC(const char* format, T value, char dropped = 'l') {
-    char ours[WSPRINTF_LIMIT];
-    char theirs[WSPRINTF_LIMIT];
+    std::string forC = format;
+    std::erase(forC, dropped);
+    char ours[WSPRINTF_LIMIT], theirs[WSPRINTF_LIMIT];
     int n = wsprintfA(ours, format, value);
-    int m = std::snprintf(theirs, sizeof theirs, Without(format, dropped).c_str(), value);
+    int m = std::snprintf(theirs, sizeof theirs, forC.c_str(), value);
     ASSERT_EQ(n, m) << "format \"" << format << "\" value " << value;
     EXPECT_EQ(std::string(ours, n + 1), std::string(theirs, m + 1)) << "format \"" << format << "\" value " << value;
 }
@@ -54,96 +45,67 @@ TEST(WsprintfTest, IntegersMatchC) {
 }
 
 TEST(WsprintfTest, CharactersAndStringsMatchC) {
-    struct Case {
-        const char* format;
-        const char* value;
-    } strings[] = {
-        {"%s", "text"},       {"%10s", "text"}, {"%-10s|", "text"}, {"%.2s", "text"},  {"%8.3s", "text"},
-        {"%-8.3s|", "text"},  {"%.0s", "text"}, {"%s", ""},         {"%05s", "ab"},    {"%hs", "narrow"},
+    const std::pair<const char*, const char*> strings[] = {
+        {"%s", "text"},      {"%10s", "text"}, {"%-10s|", "text"}, {"%.2s", "text"}, {"%8.3s", "text"},
+        {"%-8.3s|", "text"}, {"%.0s", "text"}, {"%s", ""},         {"%05s", "ab"},   {"%hs", "narrow"},
         {"<%s>", "\x83\x65\x83\x58\x83\x67"},  // code page 932 text goes through as bytes
         {"%.10s", "short"},
     };
-    for (const Case& c : strings) ExpectLikeC(c.format, c.value, 'h');
+    for (auto [format, value] : strings) ExpectLikeC(format, value, 'h');
     for (const char* format : {"%c", "%5c", "%-5c|", "%05c", "%hc", "a%cb"}) {
         for (int c : {int{'A'}, int{'z'}, int{' '}, 0, 0x83, -1}) ExpectLikeC(format, c, 'h');
     }
-}
-
-TEST(WsprintfTest, MixedFormatsTakeArgumentsInOrder) {
-    char ours[WSPRINTF_LIMIT];
-    char theirs[WSPRINTF_LIMIT];
-    int n = wsprintfA(ours, "%s=%d (%#x) %c%-4s|%05u%%", "key", -17, 255, 'Q', "ab", 42u);
-    int m = std::snprintf(theirs, sizeof theirs, "%s=%d (%#x) %c%-4s|%05u%%", "key", -17, 255, 'Q', "ab", 42u);
+    char ours[WSPRINTF_LIMIT], theirs[WSPRINTF_LIMIT];
+    const char* mixed = "%s=%d (%#x) %c%-4s|%05u%%";  // arguments taken in order
+    EXPECT_EQ(wsprintfA(ours, mixed, "key", -17, 255, 'Q', "ab", 42u),
+              std::snprintf(theirs, sizeof theirs, mixed, "key", -17, 255, 'Q', "ab", 42u));
     EXPECT_STREQ(ours, theirs);
-    EXPECT_EQ(n, m);
-    EXPECT_EQ(wsprintfA(ours, ""), 0);
-    EXPECT_STREQ(ours, "");
 }
 
 TEST(WsprintfTest, WhatCDoesDifferently) {
-    struct Case {
-        const char* format;
-        const char* expected;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"%y|%d", "y|7"},     // unknown letter: written, nothing taken
         {"%-08y|%d", "y|7"},  // what came before it is dropped
         {"%*d|%d", "*d|7"},   // no '*' width
         {"%ls|%d", "s|7"},    // no wide strings
         {"%lc|%d", "c|7"},    // nor wide characters
-        {"%S%C|%d", "SC|7"},
-        {"%5%|%d", "%|7"},
-        {"abc%", "abc"},  // a '%' at the end
-        {"abc%-5", "abc"},
+        {"%S%C|%d", "SC|7"},  {"%5%|%d", "%|7"},
+        {"abc%", "abc"},      // a '%' at the end
+        {"abc%-5", "abc"},    {"", ""},
     };
-    for (const Case& c : cases) {
-        char out[WSPRINTF_LIMIT];
-        EXPECT_EQ(wsprintfA(out, c.format, 7), static_cast<int>(std::strlen(c.expected))) << c.format;
-        EXPECT_STREQ(out, c.expected) << c.format;
+    char out[WSPRINTF_LIMIT];
+    for (auto [format, expected] : cases) {
+        EXPECT_EQ(wsprintfA(out, format, 7), static_cast<int>(std::strlen(expected))) << format;
+        EXPECT_STREQ(out, expected) << format;
     }
-    char out[WSPRINTF_LIMIT];
-    wsprintfA(out, "%s|%.3s|%8s", static_cast<const char*>(nullptr), static_cast<const char*>(nullptr),
-              static_cast<const char*>(nullptr));
+    const char* null = nullptr;
+    wsprintfA(out, "%s|%.3s|%8s", null, null, null);
     EXPECT_STREQ(out, "(null)|(nu|  (null)");
-}
-
-TEST(WsprintfTest, PointersPrintTheirFullWidthInUpperCaseHex) {
-    char out[WSPRINTF_LIMIT];
-    void* p = reinterpret_cast<void*>(uintptr_t{0xABCDEF12});
-    wsprintfA(out, "%p", p);
-    std::string expected = std::string(2 * sizeof(void*) - 8, '0') + "ABCDEF12";
-    EXPECT_EQ(std::string(out), expected);
+    // Pointers: their full width in upper-case hex.
+    const std::string zeros(2 * sizeof(void*), '0');
+    wsprintfA(out, "%p", reinterpret_cast<void*>(uintptr_t{0xABCDEF12}));
+    EXPECT_EQ(std::string(out), zeros.substr(8) + "ABCDEF12");
     wsprintfA(out, "[%20p]", static_cast<void*>(nullptr));
-    EXPECT_EQ(std::string(out), "[" + std::string(20 - 2 * sizeof(void*), ' ') + std::string(2 * sizeof(void*), '0') + "]");
+    EXPECT_EQ(std::string(out), "[" + std::string(20 - zeros.size(), ' ') + zeros + "]");
 }
 
 // The output stops at 1023 characters and a terminator, the result says
 // 1023, and nothing beyond byte 1023 is written.
 TEST(WsprintfTest, OutputIsLimitedTo1024BytesWithTheTerminator) {
-    std::string long2000(2000, 'a');
-    struct Case {
-        const char* what;
-        std::string format;
-        int length;  // of the full text, before the limit
-    } cases[] = {
-        {"1022 plain", std::string(1022, 'p'), 1022},
-        {"1023 plain", std::string(1023, 'p'), 1023},
-        {"1024 plain", std::string(1024, 'p'), 1024},
-        {"string arg", "%s", 2000},
-        {"wide field", "%5000d", 5000},
-        {"left field", "xy%-3000d!", 3003},
-        {"digits to the edge", std::string(1020, 'p') + "%d", 1026},
+    const std::string long2000(2000, 'a');
+    const std::pair<std::string, int> cases[] = {  // format, and the length of the full text
+        {std::string(1022, 'p'), 1022}, {std::string(1023, 'p'), 1023}, {std::string(1024, 'p'), 1024},
+        {"%s", 2000}, {"%5000d", 5000}, {"xy%-3000d!", 3003}, {std::string(1020, 'p') + "%d", 1026},
     };
-    for (const Case& c : cases) {
+    for (const auto& [format, length] : cases) {
         char out[WSPRINTF_LIMIT + 64];
         std::memset(out, 0xCC, sizeof out);
-        int n = wsprintfA(out, c.format.c_str(), c.format == "%s" ? reinterpret_cast<uintptr_t>(long2000.c_str())
-                                                                   : uintptr_t{123456});
-        int stored = c.length < WSPRINTF_LIMIT ? c.length : WSPRINTF_LIMIT - 1;
-        EXPECT_EQ(n, stored) << c.what;
-        EXPECT_EQ(out[stored], '\0') << c.what;
-        EXPECT_EQ(std::strlen(out), static_cast<size_t>(stored)) << c.what;
+        const uintptr_t argument = format == "%s" ? reinterpret_cast<uintptr_t>(long2000.c_str()) : 123456;
+        const int stored = std::min(length, WSPRINTF_LIMIT - 1);
+        EXPECT_EQ(wsprintfA(out, format.c_str(), argument), stored) << length;
+        EXPECT_EQ(std::strlen(out), static_cast<size_t>(stored)) << length;
         for (size_t i = WSPRINTF_LIMIT; i < sizeof out; ++i) {
-            ASSERT_EQ(static_cast<unsigned char>(out[i]), 0xCC) << c.what << " byte " << i;
+            ASSERT_EQ(static_cast<unsigned char>(out[i]), 0xCC) << length << " byte " << i;
         }
     }
 }
