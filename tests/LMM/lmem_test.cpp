@@ -5,6 +5,7 @@
 #include <iconv.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -44,33 +45,26 @@ int CaptureBox(HWND owner, LPCSTR text, LPCSTR caption, UINT type) {
     return IDOK;
 }
 
-struct Counters {
-    DWORD reservedMax, commitMax, reserved, commit, globalMax, global;
-    bool operator==(const Counters&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& os, const Counters& c) {
-    return os << c.reservedMax << " " << c.commitMax << " " << c.reserved << " " << c.commit << " " << c.globalMax
-              << " " << c.global;
-}
-
 // The six numbers of the box, in the order it shows them.
+using Counters = std::array<DWORD, 6>;
+enum { kReservedMax, kCommitMax, kReserved, kCommit, kGlobalMax, kGlobal };
+
 Counters ReadCounters() {
     ORVA_MSGBOXHANDLER old = OrvaSetMessageBoxHandler(CaptureBox);
     lmemDispAllocInfo();
     OrvaSetMessageBoxHandler(old);
-    DWORD v[6] = {};
+    Counters v{};
     size_t at = 0;
     for (DWORD& x : v) {
         if ((at = g_box.text.find("= ", at)) == std::string::npos) break;
         x = static_cast<DWORD>(std::strtol(g_box.text.c_str() + (at += 2), nullptr, 10));
     }
-    return {v[0], v[1], v[2], v[3], v[4], v[5]};
+    return v;
 }
 
-void Grow(DWORD& total, DWORD& peak, DWORD n) {
-    total += n;
-    peak = std::max(peak, total);
+void Grow(Counters& c, int total, int peak, DWORD n) {
+    c[total] += n;
+    c[peak] = std::max(c[peak], c[total]);
 }
 
 bool RaisesMemory(const std::function<void()>& f) {
@@ -83,24 +77,12 @@ bool RaisesMemory(const std::function<void()>& f) {
     return false;
 }
 
-// A block of 0 bytes is live with size 0, so lmemFree sees nothing to free.
-TEST(LmemTest, GlobalBlocksAreZeroFilledAndZeroBytesStay) {
-    Counters before = ReadCounters();
-    auto* p = static_cast<unsigned char*>(lmemAllocFunc(1000, 0));
-    EXPECT_EQ(GlobalSize(p), 1000u);
-    EXPECT_TRUE(std::all_of(p, p + 1000, [](unsigned char c) { return c == 0; }));
-    EXPECT_EQ(lmemFree(p), 1);
-    void* empty = lmemAllocFunc(0, 0);
-    EXPECT_EQ(lmemFree(empty), 1);
-    EXPECT_EQ(ReadCounters().global, before.global);
-    EXPECT_EQ(GlobalFree(empty), nullptr) << "still a live block";
-}
-
 // Every call on a pointer that is no block of this thread, or not its start:
 // what it gives, the last error it leaves and the mark it makes.
 TEST(LmemTest, OddPointers) {
     Counters base = ReadCounters();
     char* live = static_cast<char*>(lmemAllocFunc(64, 0));
+    void* empty = lmemAllocFunc(0, 0);  // live, of size 0
     void* freed = lmemAllocFunc(64, 0);
     lmemFree(freed);
     char* mine = static_cast<char*>(lmemVirtualAllocFunc(100, 0));
@@ -112,6 +94,7 @@ TEST(LmemTest, OddPointers) {
     struct Case { const char* what; std::function<long long()> call; long long result; DWORD error, mark; };
     const Case cases[] = {
         {"Free interior", [&] { return lmemFree(live + 8); }, 1, kAny, kProbeError},
+        {"Free 0 bytes", [&] { return lmemFree(empty); }, 1, kAny, kProbeError},
         {"Free freed", [&] { return lmemFree(freed); }, 1, kAny, kProbeError},
         {"Free stack", [&] { return lmemFree(&stack); }, 1, kAny, kProbeError},
         {"Free other thread's", [&] { return lmemFree(theirs); }, 1, kAny, kProbeError},
@@ -130,9 +113,10 @@ TEST(LmemTest, OddPointers) {
         EXPECT_EQ(c.call(), c.result) << c.what;
         EXPECT_EQ(GetLastError(), c.error == kAny ? GetLastError() : c.error) << c.what;
         EXPECT_EQ(LatestMarkError(), c.mark) << c.what;
-        EXPECT_EQ(ReadCounters().global, base.global + 64) << c.what;
+        EXPECT_EQ(ReadCounters()[kGlobal], base[kGlobal] + 64) << c.what;
     }
     EXPECT_EQ(GlobalSize(live), 64u);
+    EXPECT_EQ(GlobalFree(empty), nullptr) << "still a live block";
     EXPECT_NE(lmemGetVirtualAllocNode(mine), nullptr);
 
     // Another thread neither finds, commits nor frees this thread's block.
@@ -152,9 +136,11 @@ TEST(LmemTest, ReAllocOfOddPointers) {
     int stack = 7;
     void* freed = lmemAllocFunc(8, 0);
     lmemFree(freed);
-    // Pointers that lmemFree passes over: a fresh zeroed block, nothing copied.
+    // Pointers that lmemFree passes over: a fresh zeroed block of the size
+    // asked for, nothing copied.
     for (void* p : {static_cast<void*>(&stack), freed}) {
         auto* q = static_cast<unsigned char*>(lmemReAlloc(p, 16));
+        EXPECT_EQ(GlobalSize(q), 16u);
         EXPECT_TRUE(std::all_of(q, q + 16, [](unsigned char c) { return c == 0; }));
         lmemFree(q);
     }
@@ -163,7 +149,7 @@ TEST(LmemTest, ReAllocOfOddPointers) {
     char* mine = static_cast<char*>(lmemVirtualAllocFunc(100, 0));
     for (void* p : {static_cast<void*>(nullptr), static_cast<void*>(mine + 10)}) {
         EXPECT_TRUE(RaisesMemory([&] { lmemReAlloc(p, 32); })) << p;
-        EXPECT_EQ(ReadCounters().global, base.global) << p;
+        EXPECT_EQ(ReadCounters()[kGlobal], base[kGlobal]) << p;
     }
     EXPECT_NE(lmemFree(mine), 0);
 }
@@ -232,9 +218,9 @@ TEST(LmemTest, CountersFollowARandomMixAgainstAModel) {
     struct Block { char* p; DWORD filled, reserved, committed; char fill; };
     std::vector<Block> blocks;
     auto drop = [&](const Block& b) {
-        if (b.reserved == 0) m.global -= b.filled;
-        m.reserved -= b.reserved;
-        m.commit -= b.committed;
+        if (b.reserved == 0) m[kGlobal] -= b.filled;
+        m[kReserved] -= b.reserved;
+        m[kCommit] -= b.committed;
     };
     for (int step = 0; step < 600; ++step) {
         DWORD op = pick(blocks.empty() ? 2 : 5);
@@ -243,14 +229,14 @@ TEST(LmemTest, CountersFollowARandomMixAgainstAModel) {
         if (op == 0) {
             DWORD size = 1 + pick(3000);
             blocks.push_back({static_cast<char*>(lmemAllocFunc(size, 0)), size, 0, 0, fill});
-            Grow(m.global, m.globalMax, size);
+            Grow(m, kGlobal, kGlobalMax, size);
         } else if (op == 1) {
             DWORD size = pick(6 * kPage);
             DWORD reserved = (size + sizeof(Node) + kPage - 1) / kPage * kPage;
             DWORD first = kPage - sizeof(Node);  // the region's first page is committed
             blocks.push_back({static_cast<char*>(lmemVirtualAllocFunc(size, 0)), first, reserved, kPage, fill});
-            Grow(m.reserved, m.reservedMax, reserved);
-            Grow(m.commit, m.commitMax, kPage);
+            Grow(m, kReserved, kReservedMax, reserved);
+            Grow(m, kCommit, kCommitMax, kPage);
         }
         Block& b = op <= 1 ? blocks.back() : blocks[i];
         if (op <= 1) {
@@ -270,11 +256,11 @@ TEST(LmemTest, CountersFollowARandomMixAgainstAModel) {
             v[at] = v[at + length - 1];  // both ends are usable now
             b.filled = std::min(b.filled, at);
             b.committed += kPage;
-            Grow(m.commit, m.commitMax, kPage);
+            Grow(m, kCommit, kCommitMax, kPage);
         } else if (op >= 3) {
             DWORD size = 1 + pick(3 * kPage);
             auto* q = static_cast<char*>(lmemReAlloc(b.p, size));
-            Grow(m.global, m.globalMax, size);
+            Grow(m, kGlobal, kGlobalMax, size);
             drop(b);
             for (DWORD k = 0; k < std::min(size, b.filled); ++k) ASSERT_EQ(q[k], b.fill) << step;
             std::memset(q, fill, size);
@@ -335,7 +321,8 @@ TEST_P(LmemExhaustionTest, EveryStepRaisesAndNothingLeaks) {
         EXPECT_EQ(threw, injected != 0) << "n=" << n;
         for (void* p : owned) EXPECT_NE(lmemFree(p), 0);
         Counters c = ReadCounters();
-        EXPECT_EQ(std::tie(c.global, c.reserved, c.commit), std::tie(base.global, base.reserved, base.commit)) << n;
+        EXPECT_EQ(std::tie(c[kGlobal], c[kReserved], c[kCommit]), std::tie(base[kGlobal], base[kReserved], base[kCommit]))
+            << "n=" << n;
         for (void* region : regions) {
             MEMORY_BASIC_INFORMATION info;
             ASSERT_EQ(VirtualQuery(region, &info, sizeof info), sizeof info);
@@ -368,8 +355,7 @@ std::string ToCodePage932(const std::string& utf8) {
 }
 
 TEST(LmemTest, DisplayShowsTheSixCountersInCodePage932) {
-    void* g = lmemAllocFunc(1234, 0);
-    void* v = lmemVirtualAllocFunc(10 * kPage, 0);
+    const int calls = g_box.calls;
     Counters c = ReadCounters();
     EXPECT_EQ(g_box.owner, nullptr);
     EXPECT_EQ(g_box.type, static_cast<UINT>(MB_SYSTEMMODAL));
@@ -378,16 +364,9 @@ TEST(LmemTest, DisplayShowsTheSixCountersInCodePage932) {
         "仮想メモリ最大確保サイズ　　　= ", "仮想メモリ最大コミットサイズ　= ", "仮想メモリ現在確保サイズ　　　= ",
         "仮想メモリ現在コミットサイズ　= ", "グローバルメモリ最大確保サイズ= ", "グローバルメモリ現在確保サイズ= ",
     };
-    const DWORD values[] = {c.reservedMax, c.commitMax, c.reserved, c.commit, c.globalMax, c.global};
     std::string expected;
-    for (int i = 0; i < 6; ++i) expected += ToCodePage932(lines[i]) + std::to_string(values[i]) + "\n";
+    for (int i = 0; i < 6; ++i) expected += ToCodePage932(lines[i]) + std::to_string(c[i]) + "\n";
     EXPECT_EQ(g_box.text, expected + ToCodePage932("（値は１０進表示です。）"));
-    EXPECT_GE(c.global, 1234u);
-    EXPECT_GE(c.reserved, 10 * kPage);
-    lmemFree(g);
-    lmemFree(v);
-    int calls = g_box.calls;
-    ReadCounters();
     EXPECT_EQ(g_box.calls, calls + 1) << "one box per call";
 }
 
