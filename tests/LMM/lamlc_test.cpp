@@ -13,6 +13,7 @@
 #include <string>
 #include <thread>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -235,32 +236,29 @@ TEST_F(Lamlc, RefreshTakesUpWorkAfterAChangeInBoundedCalls) {
     EXPECT_EQ(lamlcAlloc(a, 1000), chunks[0]) << "runs of 25 merged, the lowest first";
 }
 
+// Bad words on an allocated and on a listed free chunk, and a free chunk
+// that its list has lost: the check fails and keeps the last error.
 TEST_F(Lamlc, CheckFindsDamage) {
     void* a = Make(4096, 4096);
-    void* p = lamlcAlloc(a, 64);
-    void* f = lamlcAlloc(a, 64);
-    void* g = lamlcAlloc(a, 64);
+    auto* p = static_cast<FreeChunkShape*>(lamlcAlloc(a, 64));
+    auto* f = static_cast<FreeChunkShape*>(lamlcAlloc(a, 64));
+    auto* g = static_cast<FreeChunkShape*>(lamlcAlloc(a, 64));
     lamlcAlloc(a, 64);
     lamlcFree(a, f);
     lamlcFree(a, g);  // the list of 64: g, then f
-    auto expectDamage = [](DWORD* at, DWORD value) {
-        DWORD saved = *at;
-        *at = value;
-        SetLastError(4321);
-        EXPECT_EQ(lamlcCheck(), 0) << std::hex << value;
-        EXPECT_EQ(GetLastError(), 4321u);
-        *at = saved;
-        EXPECT_EQ(lamlcCheck(), 1);
-    };
-    for (void* target : {p, f})
-        for (DWORD word : {0u, 0xF0000004u, 0x80000040u, 0x70000040u}) expectDamage(static_cast<DWORD*>(target), word);
-    // A free chunk that its list has lost: g's next no longer leads to f.
-    auto* gShape = static_cast<FreeChunkShape*>(g);
-    ASSERT_EQ(gShape->next, f);
-    gShape->next = nullptr;
+    ASSERT_EQ(g->next, f);
+    for (DWORD* at : {&p->word, &f->word}) {
+        for (DWORD word : {0u, 0xF0000004u, 0x80000040u, 0x70000040u}) {
+            DWORD saved = std::exchange(*at, word);
+            SetLastError(4321);
+            EXPECT_EQ(lamlcCheck(), 0) << std::hex << word;
+            EXPECT_EQ(GetLastError(), 4321u);
+            *at = saved;
+        }
+    }
+    g->next = nullptr;
     EXPECT_EQ(lamlcCheck(), 0);
-    gShape->next = f;
-    EXPECT_EQ(lamlcCheck(), 1);
+    g->next = f;
 }
 
 // The operations under test, by either name.
@@ -394,13 +392,11 @@ TEST_F(Lamlc, FailedCreationLeavesNothingOnceTheThreadsArenasGo) {
 // Arenas left behind on a thread go with its detach, and only that thread's.
 TEST(LamlcThread, DetachDestroysArenasLeftBehind) {
     void* mine = lamlcCreate(64, 64, 0);
-    std::vector<void*> records;
+    std::vector<void*> records;  // arenas and their big allocations
     std::thread([&] {
         for (int i = 0; i < 3; ++i) {
-            void* a = lamlcCreate(512, 512, 0);
-            lamlcAlloc(a, 100);
-            records.push_back(a);
-            records.push_back(static_cast<char*>(lamlcAlloc(a, 4000)) - 2 * sizeof(void*));  // a big one
+            records.push_back(lamlcCreate(512, 512, 0));
+            records.push_back(static_cast<char*>(lamlcAlloc(records.back(), 4000)) - 2 * sizeof(void*));
         }
         for (void* r : records) EXPECT_NE(GlobalSize(r), 0u);
     }).join();
