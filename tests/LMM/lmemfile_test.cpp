@@ -68,6 +68,9 @@ protected:
     void TearDown() override { OrvaFaultReset(); }
 };
 
+const char* const kNames[] = {"Read",   "Write",  "Seek",       "SetSize",    "GrowBuf",
+                              "Lock",   "Unlock", "ReserveBuf", "ReleaseBuf", "ReleaseBuf"};
+
 TEST_P(LmemfileModelTest, FollowsTheModelThroughRandomSteps) {
     const FileShape shape = GetParam();
     std::mt19937 rng(0x3E3F11u + shape.firstSize * 31 + shape.growStep);
@@ -89,16 +92,14 @@ TEST_P(LmemfileModelTest, FollowsTheModelThroughRandomSteps) {
             last = {};
         }
         const int kind = static_cast<int>(rng() % 10);
-        const bool nullData = rng() % 20 == 0;
+        const bool nullData = rng() % 20 == 0, mayGrow = kind == 1 || kind == 3 || kind == 4 || kind == 7;
         const DWORD n = rng() % piece;
+        const std::string what = "step " + std::to_string(step) + ": " + kNames[kind];
         ModelFile next = m;  // the model after the call, unless it raises
         Expected want;
-        std::string what;
         std::function<long long()> call;
-        bool mayGrow = false;
         switch (kind) {
         case 0:
-            what = "Read";
             out.assign(n + 1, 0xCC);
             call = [&] { return lmemfileRead(f, nullData ? nullptr : out.data(), n); };
             if (!Refuse(want, -1, nullData ? LERR_INVALIDARG : m.StateRefusal())) {
@@ -107,10 +108,8 @@ TEST_P(LmemfileModelTest, FollowsTheModelThroughRandomSteps) {
             }
             break;
         case 1:
-            what = "Write";
             data.resize(n + 1);  // never empty, so never a null pointer
             for (auto& b : data) b = static_cast<unsigned char>(rng());
-            mayGrow = true;
             call = [&] { return lmemfileWrite(f, nullData ? nullptr : data.data(), n); };
             if (!Refuse(want, 0, nullData ? LERR_INVALIDARG : m.StateRefusal())) {
                 next.Grow(uint64_t{m.position} + n);
@@ -122,7 +121,6 @@ TEST_P(LmemfileModelTest, FollowsTheModelThroughRandomSteps) {
         case 2: {
             DWORD origin = rng() % 13 == 0 ? 3 + rng() % 2 : rng() % 3;
             int offset = static_cast<int>(rng() % (2 * m.size + 7)) - static_cast<int>(m.size) - 3;
-            what = "Seek " + std::to_string(offset) + " from " + std::to_string(origin);
             call = [&, offset, origin] { return lmemfileSeek(f, offset, origin); };
             long long target = offset + (origin == 0 ? 0LL : (origin == 1 ? m.position : m.size));
             if (!Refuse(want, -1, origin > 2 || target < 0 || target > m.size ? LERR_INVALIDARG : 0)) {
@@ -133,29 +131,22 @@ TEST_P(LmemfileModelTest, FollowsTheModelThroughRandomSteps) {
         case 3:
         case 4: {
             const DWORD to = rng() % (2 * shape.firstSize + 4 * shape.growStep);
-            what = kind == 3 ? "SetSize" : "GrowBuf";
-            mayGrow = true;
             call = [&, to] { return kind == 3 ? lmemfileSetSize(f, to) : lmemfileGrowBuf(f, to); };
             if (!Refuse(want, 0, m.StateRefusal())) {
                 next.Grow(to);
                 if (kind == 3) next.size = next.position = to;
             }
-            what += " " + std::to_string(to);
             break;
         }
         case 5:
-            what = "Lock";
             call = [&] { return lmemfileLock(f) != nullptr ? 1 : 0; };
             if (!Refuse(want, 0, m.reserved ? LERR_RESERVED : 0)) ++next.locks;
             break;
         case 6:
-            what = "Unlock";
             call = [&] { return lmemfileUnlock(f); };
             if (!Refuse(want, 0, m.locks == 0 ? LERR_NOTLOCKED : 0)) --next.locks;
             break;
         case 7:
-            what = "ReserveBuf";
-            mayGrow = true;
             call = [&] { return (room = static_cast<unsigned char*>(lmemfileReserveBuf(f, n))) != nullptr; };
             if (!Refuse(want, 0, m.StateRefusal())) {
                 next.Grow(uint64_t{m.size} + n);
@@ -165,7 +156,6 @@ TEST_P(LmemfileModelTest, FollowsTheModelThroughRandomSteps) {
             break;
         default: {
             const DWORD used = m.reserved ? rng() % (m.reservedSize + 3) : rng() % 4;
-            what = "ReleaseBuf " + std::to_string(used);
             call = [&, used] { return lmemfileReleaseBuf(f, used); };
             if (Refuse(want, 0, m.reserved ? 0 : LERR_NOTRESERVED)) break;
             if (used > m.reservedSize) {
@@ -176,7 +166,6 @@ TEST_P(LmemfileModelTest, FollowsTheModelThroughRandomSteps) {
             }
         }
         }
-        what = "step " + std::to_string(step) + ": " + what + " " + std::to_string(n);
 
         const SIZE_T live = OrvaGlobalLiveBlocks();
         const orvatest::Outcome o = orvatest::CallWithHeapFault(mayGrow && rng() % 2 == 0, call);
