@@ -28,11 +28,7 @@
 
 namespace {
 
-using orvatest::BlockView;
-using orvatest::kCallerError;
-using orvatest::kProbeError;
-using orvatest::LatestMarkError;
-using orvatest::PrepareCall;
+using namespace orvatest;
 
 constexpr UINT kLast = 0xFFFFFFFFu;
 constexpr UINT kDuplicate = 0xFFFFFFFFu;
@@ -49,7 +45,7 @@ DWORD Staircase(const Shape& s, UINT num) {
     return static_cast<DWORD>(elements * s.elementSize);
 }
 
-BlockView View(void* array) { return orvatest::ViewOf(array, laearLock, laearUnlock); }
+BlockView View(void* array) { return ViewOf(array, laearLock, laearUnlock); }
 
 // The block as bytes. A new size takes a fresh zeroed block with the elements
 // at their new places; otherwise the elements behind the change shift within
@@ -201,7 +197,7 @@ TEST_P(LaearModelTest, FollowsTheModelThroughRandomSteps) {
         what = "step " + std::to_string(step) + ": " + what + std::to_string(static_cast<int>(index));
 
         const SIZE_T live = OrvaGlobalLiveBlocks();
-        const orvatest::Outcome o = orvatest::CallWithHeapFault(rng() % 4 == 0, call);
+        const Outcome o = CallWithHeapFault(rng() % 4 == 0, call);
         const DWORD error = GetLastError();
         if (o.injected) {
             ASSERT_TRUE(o.raised) << what;
@@ -311,7 +307,7 @@ TEST(LalBsearchTest, DefaultComparesFirstWordsUnsigned) {
 // locks as they were, and gives the fresh block back. (The random run fails
 // the allocation itself under every operation.)
 TEST(LaearTest, FailedCommitOfAVirtualBlockLeavesTheArrayAsItWas) {
-    orvatest::VirtualBlocks seam;
+    VirtualBlocks seam;
     void* a = laearCreate(4, 10, 5);
     for (DWORD v = 0; v < 10; ++v) laearIns(a, &v, kLast);
     const BlockView before = View(a);
@@ -334,7 +330,7 @@ TEST(LaearTest, FailedCommitOfAVirtualBlockLeavesTheArrayAsItWas) {
         EXPECT_EQ(laearGetNum(a), 10u) << "n=" << n << ": the count must not claim more than the block holds";
         EXPECT_EQ(View(a).block, before.block) << "n=" << n;
         EXPECT_EQ(0, std::memcmp(before.block, bytes.data(), bytes.size())) << "n=" << n;
-        EXPECT_EQ(lmemGetVirtualAllocNode(orvatest::VirtualBlocks::Latest()), nullptr) << "n=" << n;
+        EXPECT_EQ(lmemGetVirtualAllocNode(VirtualBlocks::Latest()), nullptr) << "n=" << n;
         PrepareCall();
         EXPECT_EQ(laearUnlock(a), 0) << "n=" << n << ": no lock was left standing";
         EXPECT_TRUE(OtherThreadGetsLock(a));

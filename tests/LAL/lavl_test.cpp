@@ -11,7 +11,6 @@
 #include <random>
 #include <set>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include <orvanest/ORVANEST.h>
@@ -46,10 +45,7 @@ int CompareField(void* first, void* second) {
     return a < b ? -1 : (a > b ? 1 : 0);
 }
 
-using orvatest::kCallerError;
-using orvatest::kProbeError;
-using orvatest::LatestMarkError;
-using orvatest::PrepareCall;
+using namespace orvatest;
 
 struct Layout {
     DWORD linkOffset;

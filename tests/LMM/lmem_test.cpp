@@ -21,10 +21,7 @@
 
 namespace {
 
-using orvatest::kCallerError;
-using orvatest::kProbeError;
-using orvatest::LatestMarkError;
-using orvatest::PrepareCall;
+using namespace orvatest;
 using Node = tagLMM_VirtualAllocNode;
 
 const DWORD kPage = [] {

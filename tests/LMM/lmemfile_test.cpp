@@ -21,13 +21,9 @@
 
 namespace {
 
-using orvatest::BlockView;
-using orvatest::kCallerError;
-using orvatest::kProbeError;
-using orvatest::LatestMarkError;
-using orvatest::PrepareCall;
+using namespace orvatest;
 
-BlockView View(void* f) { return orvatest::ViewOf(f, lmemfileLock, lmemfileUnlock); }
+BlockView View(void* f) { return ViewOf(f, lmemfileLock, lmemfileUnlock); }
 
 // What a memory file should be: every byte of its block, size, position, state.
 struct ModelFile {
@@ -168,7 +164,7 @@ TEST_P(LmemfileModelTest, FollowsTheModelThroughRandomSteps) {
         }
 
         const SIZE_T live = OrvaGlobalLiveBlocks();
-        const orvatest::Outcome o = orvatest::CallWithHeapFault(mayGrow && rng() % 2 == 0, call);
+        const Outcome o = CallWithHeapFault(mayGrow && rng() % 2 == 0, call);
         const DWORD error = GetLastError();
         if (o.injected) {
             ASSERT_TRUE(o.raised) << what;
@@ -243,7 +239,7 @@ TEST(LmemfileTest, RefusedCreationAndNullHandles) {
 // block's own header commit) fails, the file keeps its block and data and the
 // fresh block is given back.
 TEST(LmemfileFailureTest, FailedCommitOfAVirtualBlockLeavesTheFileAsItWas) {
-    orvatest::VirtualBlocks seam;
+    VirtualBlocks seam;
     void* f = lmemfileCreate(100, 100);
     auto* first = static_cast<unsigned char*>(View(f).block);
     ASSERT_NE(lmemGetVirtualAllocNode(first), nullptr) << "the seam did not take hold";
@@ -266,7 +262,7 @@ TEST(LmemfileFailureTest, FailedCommitOfAVirtualBlockLeavesTheFileAsItWas) {
         EXPECT_EQ(lmemfileGetCurrentPos(f), 60u);
         EXPECT_EQ(View(f).block, first) << "n=" << n;
         EXPECT_EQ(std::memcmp(first, data.data(), 60), 0);
-        EXPECT_EQ(lmemGetVirtualAllocNode(orvatest::VirtualBlocks::Latest()), nullptr) << "the fresh block was given back";
+        EXPECT_EQ(lmemGetVirtualAllocNode(VirtualBlocks::Latest()), nullptr) << "the fresh block was given back";
     }
     EXPECT_EQ(failed, 2) << "the header commit and the commit of the old capacity";
     BlockView grown = View(f);
