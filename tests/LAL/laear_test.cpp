@@ -30,13 +30,10 @@ namespace {
 
 using namespace orvatest;
 
-constexpr UINT kLast = 0xFFFFFFFFu;
-constexpr UINT kDuplicate = 0xFFFFFFFFu;
+constexpr UINT kLast = 0xFFFFFFFFu;  // also what a sorted insertion gives for a duplicate
 constexpr UINT kInsFailed = 0xFFFFFFFEu;
 
-struct Shape {
-    DWORD elementSize, firstNum, stepNum;
-};
+struct Shape { DWORD elementSize, firstNum, stepNum; };
 
 // The block size that num elements want, climbing the stairs a step at a time.
 DWORD Staircase(const Shape& s, UINT num) {
@@ -250,7 +247,7 @@ TEST(LaearSortTest, KeepsAStrictlyAscendingArrayLikeASet) {
         PrepareCall();
         UINT at = laearInsSort(a, &k, CompareKeyed);
         if (present) {
-            ASSERT_EQ(at, kDuplicate) << k.key;
+            ASSERT_EQ(at, kLast) << k.key;
             EXPECT_EQ(GetLastError(), kCallerError) << "a duplicate sets no last error";
             EXPECT_EQ(LatestMarkError(), kProbeError) << "a duplicate makes no mark";
         } else {

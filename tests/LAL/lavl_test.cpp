@@ -30,9 +30,7 @@ struct Link {
 // A node: raw bytes, with the link at the tree's offset, the key word behind
 // it, and at kFieldAt a second key that only the comparator reads.
 constexpr size_t kFieldAt = 88;
-struct Item {
-    alignas(8) unsigned char raw[96];
-};
+struct Item { alignas(8) unsigned char raw[96]; };
 
 ULONG_PTR FieldOf(const void* node) {
     ULONG_PTR v;
@@ -47,10 +45,7 @@ int CompareField(void* first, void* second) {
 
 using namespace orvatest;
 
-struct Layout {
-    DWORD linkOffset;
-    bool comparator;
-};
+struct Layout { DWORD linkOffset; bool comparator; };
 
 std::string LayoutName(const testing::TestParamInfo<Layout>& info) {
     return "Offset" + std::to_string(info.param.linkOffset) + (info.param.comparator ? "Comparator" : "KeyWord");

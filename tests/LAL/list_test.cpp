@@ -39,9 +39,7 @@ struct Family {
 };
 
 // A node with room before the link, so a non-zero link offset is exercised.
-struct Node {
-    ULONG_PTR words[8];
-};
+struct Node { ULONG_PTR words[8]; };
 
 class ListTest : public ::testing::TestWithParam<std::tuple<Family, DWORD>> {
 protected:
