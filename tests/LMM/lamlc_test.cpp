@@ -20,11 +20,7 @@ namespace {
 
 // The smallest chunk, derived as the library derives it: a free chunk holds
 // its word and two pointer links, rounded up to the step of 8.
-struct FreeChunkShape {
-    DWORD word;
-    void* prev;
-    void* next;
-};
+struct FreeChunkShape { DWORD word; void* prev; void* next; };
 constexpr DWORD kFloor = (offsetof(FreeChunkShape, next) + sizeof(void*) + 7) / 8 * 8;
 
 DWORD R(DWORD n) { return std::max<DWORD>((n + 7) & ~7u, kFloor); }
