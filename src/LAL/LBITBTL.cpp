@@ -266,7 +266,8 @@ DWORD lbittblGetEntry(void* table, DWORD start, int value, int direction) {
     BitTable* t = TableOf(table);
     if (start > t->count - 1) return RefuseStart();
     if (value != 0 && value != 1) return kBitNotFound;
-    return direction == 1 ? lal::NearestUp(t, start, value) : lal::NearestDown(t, start, value);
+    if (__builtin_expect(direction == 1, 1)) return lal::NearestUp(t, start, value);
+    return lal::NearestDown(t, start, value);
 }
 
 DWORD lbittblGetEntryNum(void* table, DWORD from, DWORD to, int value) {

@@ -55,14 +55,14 @@ extern const ContinueDownFn ContinueDown;
 // downwards; kBitNotFound when there is none. The word around start answers
 // most searches at once; the rest go on out of line.
 inline DWORD NearestUp(const BitTable* t, DWORD start, int value) {
-    const uint64_t flip = value == 1 ? 0 : ~uint64_t{0};
+    const uint64_t flip = static_cast<uint64_t>(value) - 1;  // all ones when looking for a 0
     long pos = static_cast<long>(start >> 6) * 8;
     uint64_t w = (WordAt(t->bits, pos) ^ flip) & (~uint64_t{0} >> (start & 63));
     return w != 0 ? FirstUp(pos, w, t->count - 1) : ContinueUp(t, pos, t->count - 1, flip);
 }
 
 inline DWORD NearestDown(const BitTable* t, DWORD start, int value) {
-    const uint64_t flip = value == 1 ? 0 : ~uint64_t{0};
+    const uint64_t flip = static_cast<uint64_t>(value) - 1;  // all ones when looking for a 0
     long pos = static_cast<long>(start >> 6) * 8;
     uint64_t w = (WordAt(t->bits, pos) ^ flip) & (~uint64_t{0} << (63 - (start & 63)));
     return w != 0 ? FirstDown(pos, w) : ContinueDown(t, pos, flip);
