@@ -16,6 +16,8 @@ struct Creator {
     std::function<void*()> create;
     std::function<void(void*)> destroy;
 };
+// Test names and listings show the name, not the bytes of the record.
+void PrintTo(const Creator& c, std::ostream* os) { *os << c.name; }
 
 tagLDE_SourceInfo g_table[2] = {{0x00700000, "inject\\table"}, {0, ""}};
 

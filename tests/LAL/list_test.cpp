@@ -38,6 +38,9 @@ struct Family {
      lslistEnum, lslistGetFirstNode, lslistGetNextNode, lslistGetNodeIndex},
 };
 
+// Test names and listings show the family, not the bytes of the record.
+void PrintTo(const Family& f, std::ostream* os) { *os << f.name; }
+
 // A node with room before the link, so a non-zero link offset is exercised.
 struct Node { ULONG_PTR words[8]; };
 

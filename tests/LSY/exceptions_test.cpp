@@ -14,6 +14,9 @@ struct Raiser {
     CRuntimeClass* record;
 };
 
+// Test names and listings show the class, not the bytes of the record.
+void PrintTo(const Raiser& r, std::ostream* os) { *os << r.className; }
+
 const Raiser kRaisers[] = {
     {lsysThrowStandard, "L_CStandardException", &L_CStandardException::classL_CStandardException},
     {lsysThrowMemory, "L_CMemoryException", &L_CMemoryException::classL_CMemoryException},
