@@ -13,6 +13,7 @@
 // `count` are never found, and no read goes past the table's block.
 #include <immintrin.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -94,16 +95,21 @@ inline long LastHitByte(Window w) {
 inline DWORD FirstInByte(long pos, BYTE b) { return static_cast<DWORD>(pos * 8 + __builtin_clz(b) - 24); }
 inline DWORD LastInByte(long pos, BYTE b) { return static_cast<DWORD>(pos * 8 + 7 - __builtin_ctz(b)); }
 
-// The search upwards after the word at pos held no hit: 128 bytes at a
-// time while a whole window fits in the block, then word by word; the block
-// ends in a whole word.
-template <Window (*Hits)(const BYTE*, bool)>
+// The search upwards after the word at pos held no hit: kNearWords words
+// one by one, then 128 bytes at a time while a whole window fits in the
+// block, then word by word; the block ends in a whole word.
+template <Window (*Hits)(const BYTE*, bool), long kNearWords>
 __attribute__((always_inline)) inline DWORD SearchOnUp(const BitTable* t, long pos, DWORD last, uint64_t flip) {
     const BYTE* const bits = t->bits;
     const long blockBytes = lal::BlockBytes(t->byteSize);
     const long lastWord = static_cast<long>(last >> 6) * 8;
     const bool one = flip == 0;
-    for (pos += 8; pos + kWindowBytes <= blockBytes && pos <= lastWord; pos += kWindowBytes) {
+    pos += 8;
+    for (const long nearEnd = std::min(pos + kNearWords * 8, lastWord + 8); pos < nearEnd; pos += 8) {
+        const uint64_t w = lal::WordAt(bits, pos) ^ flip;
+        if (w != 0) return lal::FirstUp(pos, w, last);
+    }
+    for (; pos + kWindowBytes <= blockBytes && pos <= lastWord; pos += kWindowBytes) {
         const Window w = Hits(bits + pos, one);
         if ((w.lo | w.hi) != 0) {
             const long at = pos + FirstHitByte(w);
@@ -118,12 +124,16 @@ __attribute__((always_inline)) inline DWORD SearchOnUp(const BitTable* t, long p
     return kBitNotFound;
 }
 
-// The search downwards after the word at pos held no hit: the 128 bytes
-// below, window by window, then word by word.
-template <Window (*Hits)(const BYTE*, bool)>
+// The search downwards after the word at pos held no hit: kNearWords words,
+// then the 128 bytes below, window by window, then word by word.
+template <Window (*Hits)(const BYTE*, bool), long kNearWords>
 __attribute__((always_inline)) inline DWORD SearchOnDown(const BitTable* t, long pos, uint64_t flip) {
     const BYTE* const bits = t->bits;
     const bool one = flip == 0;
+    for (const long nearEnd = std::max(pos - kNearWords * 8, 0L); pos > nearEnd; pos -= 8) {
+        const uint64_t w = lal::WordAt(bits, pos - 8) ^ flip;
+        if (w != 0) return lal::FirstDown(pos - 8, w);
+    }
     for (; pos >= kWindowBytes; pos -= kWindowBytes) {
         const Window w = Hits(bits + pos - kWindowBytes, one);
         if ((w.lo | w.hi) != 0) {
@@ -138,21 +148,28 @@ __attribute__((always_inline)) inline DWORD SearchOnDown(const BitTable* t, long
     return kBitNotFound;
 }
 
+// Words tested one by one before the windows begin: with narrower vectors a
+// window costs more than a few words, and most hits in a dense table are
+// near; with AVX-512 a window is two compares and wins at once.
+constexpr long kNearSse2 = 16, kNearAvx2 = 16;
+
 DWORD SearchOnUpSse2(const BitTable* t, long pos, DWORD last, uint64_t flip) {
-    return SearchOnUp<HitBytesSse2>(t, pos, last, flip);
+    return SearchOnUp<HitBytesSse2, kNearSse2>(t, pos, last, flip);
 }
-DWORD SearchOnDownSse2(const BitTable* t, long pos, uint64_t flip) { return SearchOnDown<HitBytesSse2>(t, pos, flip); }
+DWORD SearchOnDownSse2(const BitTable* t, long pos, uint64_t flip) {
+    return SearchOnDown<HitBytesSse2, kNearSse2>(t, pos, flip);
+}
 __attribute__((target("avx2"))) DWORD SearchOnUpAvx2(const BitTable* t, long pos, DWORD last, uint64_t flip) {
-    return SearchOnUp<HitBytesAvx2>(t, pos, last, flip);
+    return SearchOnUp<HitBytesAvx2, kNearAvx2>(t, pos, last, flip);
 }
 __attribute__((target("avx2"))) DWORD SearchOnDownAvx2(const BitTable* t, long pos, uint64_t flip) {
-    return SearchOnDown<HitBytesAvx2>(t, pos, flip);
+    return SearchOnDown<HitBytesAvx2, kNearAvx2>(t, pos, flip);
 }
 __attribute__((target("avx512bw"))) DWORD SearchOnUpAvx512(const BitTable* t, long pos, DWORD last, uint64_t flip) {
-    return SearchOnUp<HitBytesAvx512>(t, pos, last, flip);
+    return SearchOnUp<HitBytesAvx512, 0>(t, pos, last, flip);
 }
 __attribute__((target("avx512bw"))) DWORD SearchOnDownAvx512(const BitTable* t, long pos, uint64_t flip) {
-    return SearchOnDown<HitBytesAvx512>(t, pos, flip);
+    return SearchOnDown<HitBytesAvx512, 0>(t, pos, flip);
 }
 
 // The widest vectors the processor has, unless ORVANEST_VECTOR names a
