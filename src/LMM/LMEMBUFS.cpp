@@ -113,17 +113,28 @@ void ReleasePartial(Pool* pool, DWORD tablesMade, void* usedTree, void* freeTree
     ldbgOpenSetErr();
 }
 
-bool ArgumentsPass(tagLMM_MembufsBlock* blocks, DWORD num, DWORD* dataSize, DWORD* maxSlot) {
+// The sum is taken in 64 bits: a plan whose slots need more than a block
+// can hold is not cut down to a smaller data block, see TooLarge.
+bool ArgumentsPass(tagLMM_MembufsBlock* blocks, DWORD num, uint64_t* dataSize, DWORD* maxSlot) {
     if (blocks == nullptr || num == 0) return false;
-    DWORD sum = 0, largest = 0;
+    uint64_t sum = 0;
+    DWORD largest = 0;
     for (DWORD i = 0; i < num; ++i) {
         if (blocks[i].slotSize == 0 || blocks[i].slotNum == 0) return false;
-        sum += blocks[i].slotSize * blocks[i].slotNum;
+        sum += uint64_t{blocks[i].slotSize} * blocks[i].slotNum;
         if (blocks[i].slotSize > largest) largest = blocks[i].slotSize;
     }
     *dataSize = sum;
     *maxSlot = largest;
     return true;
+}
+
+// Slots beyond what one block can hold are memory that cannot be had: the
+// request raises as exhausted memory before anything is taken.
+void RefuseTooLarge(uint64_t dataSize, uint64_t recordSize) {
+    if (dataSize <= 0xFFFFFFFFu && recordSize <= 0xFFFFFFFFu) return;
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    LDE_THROW_MEMORY();
 }
 
 // The first class, in the caller's order, whose slots hold size bytes, or
@@ -302,12 +313,12 @@ inline void* AllocInClass(Pool* pool, ClassEntry* entry, DWORD size) {
 // Where the parts of the pool record lie in its one block: the class
 // entries, each class's summary, then the table by size.
 struct RecordLayout {
-    DWORD summaries, sizeTable, size;
+    uint64_t summaries, sizeTable, size;
     DWORD lookupLimit;
     RecordLayout(const tagLMM_MembufsBlock* blocks, DWORD num, DWORD maxSlot) {
         lookupLimit = maxSlot <= kMaxLookupSize && num < 255 ? maxSlot : 0;  // class numbers fit its bytes
-        summaries = static_cast<DWORD>(offsetof(Pool, entries) + num * sizeof(ClassEntry));
-        DWORD summaryWords = 0;
+        summaries = offsetof(Pool, entries) + uint64_t{num} * sizeof(ClassEntry);
+        uint64_t summaryWords = 0;
         for (DWORD i = 0; i < num; ++i) summaryWords += SummaryWords(blocks[i].slotNum);
         sizeTable = summaries + summaryWords * 8;
         size = sizeTable + (lookupLimit != 0 ? lookupLimit + 1 : 0);
@@ -325,7 +336,8 @@ void FillTables(Pool* pool, const RecordLayout& layout, BYTE* data, DWORD dataSi
 }  // namespace
 
 void* lmembufsCreate(struct tagLMM_MembufsBlock* blocks, DWORD num) {
-    DWORD dataSize = 0, maxSlot = 0;
+    uint64_t dataSize = 0;
+    DWORD maxSlot = 0;
     if (!ArgumentsPass(blocks, num, &dataSize, &maxSlot)) {
         SetLastError(LERR_INVALIDARG);
         LDE_MARK();
@@ -333,14 +345,15 @@ void* lmembufsCreate(struct tagLMM_MembufsBlock* blocks, DWORD num) {
         return nullptr;
     }
     const RecordLayout layout(blocks, num, maxSlot);
+    RefuseTooLarge(dataSize, layout.size);
     Pool* pool = nullptr;
     BYTE* data = nullptr;
     void* usedTree = nullptr;
     void* freeTree = nullptr;
     DWORD tablesMade = 0;
     try {
-        pool = static_cast<Pool*>(lmemAllocFunc(layout.size, LDE_POS()));
-        data = static_cast<BYTE*>(lmemAllocFunc(dataSize, LDE_POS()));
+        pool = static_cast<Pool*>(lmemAllocFunc(static_cast<DWORD>(layout.size), LDE_POS()));
+        data = static_cast<BYTE*>(lmemAllocFunc(static_cast<DWORD>(dataSize), LDE_POS()));
         usedTree = lavlCreate(0, CompareUsed);
         freeTree = lavlCreate(0, CompareFree);
         pool->classNum = num;
@@ -360,7 +373,7 @@ void* lmembufsCreate(struct tagLMM_MembufsBlock* blocks, DWORD num) {
             OpenClass(&entry, summary);
             summary += entry.openNum;
         }
-        FillTables(pool, layout, data, dataSize);
+        FillTables(pool, layout, data, static_cast<DWORD>(dataSize));
     } catch (...) {
         if (pool != nullptr) ReleasePartial(pool, tablesMade, usedTree, freeTree, data);
         throw;

@@ -9,6 +9,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include <orvanest/ORVANEST.h>
@@ -207,6 +208,20 @@ TEST(MembufsTest, BadArgumentsEndWithInvalidArg) {
     EXPECT_EQ(lstackCreate(nullptr, 1), nullptr) << "a bad plan is passed on and the stack record released";
     EXPECT_EQ(GetLastError(), LERR_INVALIDARG);
     EXPECT_EQ(OrvaGlobalLiveBlocks(), before);
+}
+
+// Slots beyond what one block can hold raise at once; the sum must not wrap
+// to a small block whose slots would run past its end.
+TEST(MembufsTest, PlansLargerThanABlockRaise) {
+    tagLMM_MembufsBlock wraps[] = {{16, 4}, {65536, 65536}};
+    tagLMM_MembufsBlock sumWraps[] = {{0x80000000u, 1}, {0x80000000u, 1}, {16, 1}};
+    for (auto [plan, num] : {std::pair{wraps, 2u}, std::pair{sumWraps, 3u}}) {
+        SIZE_T before = OrvaGlobalLiveBlocks();
+        SetLastError(0);
+        EXPECT_THROW(lmembufsCreate(plan, num), L_CMemoryException*);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY));
+        EXPECT_EQ(OrvaGlobalLiveBlocks(), before);
+    }
 }
 
 TEST(MembufsTest, ExhaustionDuringCreateAndGrowthLeavesNothingBehind) {
