@@ -202,7 +202,7 @@ void* lbittblCreate(DWORD count, int initial) {
         LDE_MARK();
         return nullptr;
     }
-    DWORD byteSize = (count + 31) / 32 * 4;
+    const auto byteSize = static_cast<DWORD>((uint64_t{count} + 31) / 32 * 4);  // no wrap near 2^32 bits
     auto* table = static_cast<BitTable*>(lmemAllocFunc(sizeof(BitTable), LDE_POS()));
     BYTE* bits;
     try {
