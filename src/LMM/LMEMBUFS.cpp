@@ -129,7 +129,8 @@ bool ArgumentsPass(tagLMM_MembufsBlock* blocks, DWORD num, uint64_t* dataSize, D
     return true;
 }
 
-// Slots beyond what one block can hold are memory that cannot be had: the
+
+// Sizes beyond what one block can hold are memory that cannot be had: the
 // request raises as exhausted memory before anything is taken.
 void RefuseTooLarge(uint64_t dataSize, uint64_t recordSize) {
     if (dataSize <= 0xFFFFFFFFu && recordSize <= 0xFFFFFFFFu) return;
@@ -238,6 +239,7 @@ inline ClassEntry* ClassOfSlot(Pool* pool, const BYTE* p) {
 // larger, else the largest smaller one grown, else a new block.
 // Kept out of line so that the slot road stays short.
 __attribute__((noinline)) void* AllocOverflow(Pool* pool, DWORD size) {
+    RefuseTooLarge(uint64_t{size} + sizeof(OverflowBlock), 0);  // the header must fit beside the data
     OverflowBlock key{};
     key.end = reinterpret_cast<BYTE*>(kAnyEnd);
     key.size = size;

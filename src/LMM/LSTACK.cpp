@@ -58,6 +58,10 @@ int lstackPush(void* stack, void* data, DWORD size) {
         LDE_MARK();
         return 0;
     }
+    if (size > 0xFFFFFFFFu - kItemHeader) {  // the header would not fit beside the payload
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        LDE_THROW_MEMORY();
+    }
     Stack* s = StackOf(stack);
     auto* item = static_cast<StackItem*>(lmembufsAlloc(s->pool, size + kItemHeader));
     if (item == nullptr) {

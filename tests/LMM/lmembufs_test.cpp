@@ -222,6 +222,14 @@ TEST(MembufsTest, PlansLargerThanABlockRaise) {
         EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY));
         EXPECT_EQ(OrvaGlobalLiveBlocks(), before);
     }
+    tagLMM_MembufsBlock plan[] = {{16, 2}};
+    void* pool = lmembufsCreate(plan, 1);
+    EXPECT_THROW(lmembufsAlloc(pool, 0xFFFFFFF0u), L_CMemoryException*) << "no room for the block's header";
+    EXPECT_EQ(lmembufsDestroy(pool), 1);
+    void* stack = lstackCreate(plan, 1);
+    BYTE byte = 0;
+    EXPECT_THROW(lstackPush(stack, &byte, 0xFFFFFFF8u), L_CMemoryException*) << "no room for the item's header";
+    EXPECT_EQ(lstackDestroy(stack), 1);
 }
 
 TEST(MembufsTest, ExhaustionDuringCreateAndGrowthLeavesNothingBehind) {
