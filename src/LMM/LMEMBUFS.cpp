@@ -2,13 +2,14 @@
 // blocks for what fits no class or finds its class full.
 //
 // One data block holds every class's slots, one class behind the other, and
-// each class has a bit table in which a set bit marks a used slot; a slot is
-// found with one bit search and released with one bit write. Beside each
-// table the pool keeps a summary with one bit per 64-bit word of the table,
-// set while that word has a free slot, so the lowest free slot is two count
-// instructions away however full the class is. Overflow blocks
-// carry an AVL link and live in `usedTree` while the caller has them and in
-// `freeTree` after release, ordered by size, for reuse until compaction.
+// each class has a bit table in which a set bit marks a used slot; a request
+// takes the lowest free slot and a release clears its bit. Beside each table
+// the pool keeps a summary with one bit per 64-bit word of the table, set
+// while that word has a free slot, and the lowest free slot itself, so the
+// next one is two count instructions away however full the class is.
+// Overflow blocks carry an AVL link and live in `usedTree` while the caller
+// has them and in `freeTree` after release, ordered by size, for reuse until
+// compaction.
 #include <cstring>
 
 #include <orvanest/LAL.h>
@@ -129,11 +130,10 @@ bool ArgumentsPass(tagLMM_MembufsBlock* blocks, DWORD num, uint64_t* dataSize, D
     return true;
 }
 
-
 // Sizes beyond what one block can hold are memory that cannot be had: the
 // request raises as exhausted memory before anything is taken.
-void RefuseTooLarge(uint64_t dataSize, uint64_t recordSize) {
-    if (dataSize <= 0xFFFFFFFFu && recordSize <= 0xFFFFFFFFu) return;
+void RefuseTooLarge(uint64_t bytes) {
+    if (bytes <= 0xFFFFFFFFu) return;
     SetLastError(ERROR_NOT_ENOUGH_MEMORY);
     LDE_THROW_MEMORY();
 }
@@ -167,7 +167,8 @@ inline DWORD FirstFreeOf(const ClassEntry* entry, DWORD word) {
 // or kBitNotFound.
 __attribute__((noinline)) DWORD LowestFreeFrom(const ClassEntry* entry, DWORD s) {
     for (; s < entry->openNum; ++s) {
-        if (entry->open[s] != 0) return FirstFreeOf(entry, s * 64 + static_cast<DWORD>(__builtin_ctzll(entry->open[s])));
+        if (entry->open[s] == 0) continue;
+        return FirstFreeOf(entry, s * 64 + static_cast<DWORD>(__builtin_ctzll(entry->open[s])));
     }
     return lal::kBitNotFound;
 }
@@ -239,7 +240,7 @@ inline ClassEntry* ClassOfSlot(Pool* pool, const BYTE* p) {
 // larger, else the largest smaller one grown, else a new block.
 // Kept out of line so that the slot road stays short.
 __attribute__((noinline)) void* AllocOverflow(Pool* pool, DWORD size) {
-    RefuseTooLarge(uint64_t{size} + sizeof(OverflowBlock), 0);  // the header must fit beside the data
+    RefuseTooLarge(uint64_t{size} + sizeof(OverflowBlock));  // the header must fit beside the data
     OverflowBlock key{};
     key.end = reinterpret_cast<BYTE*>(kAnyEnd);
     key.size = size;
@@ -347,7 +348,8 @@ void* lmembufsCreate(struct tagLMM_MembufsBlock* blocks, DWORD num) {
         return nullptr;
     }
     const RecordLayout layout(blocks, num, maxSlot);
-    RefuseTooLarge(dataSize, layout.size);
+    RefuseTooLarge(dataSize);
+    RefuseTooLarge(layout.size);
     Pool* pool = nullptr;
     BYTE* data = nullptr;
     void* usedTree = nullptr;
