@@ -3,6 +3,8 @@
 // empty strings (the common case for out-parameters) cost no allocation.
 // Appends grow the buffer geometrically. Find and ReverseFind go through the
 // runtime's multibyte searches, so they step by code page 932 characters.
+#include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -238,10 +240,15 @@ void CString::Assign(const char* text, int length) {
 
 void CString::Append(const char* text, int length) {
     if (length <= 0) return;
+    // A length beyond an int is more than a string can hold; the sum must not
+    // wrap to a negative total that the test below lets through.
+    if (length > INT_MAX - m_nDataLength) throw std::bad_alloc();
     int total = m_nDataLength + length;
     if (total > m_nAllocLength) {
-        int grown = m_nAllocLength + m_nAllocLength / 2;
-        int capacity = total > grown ? total : grown;
+        // Half again, as far as an int reaches.
+        int64_t grown = int64_t{m_nAllocLength} + m_nAllocLength / 2;
+        if (grown > INT_MAX) grown = INT_MAX;
+        int capacity = total > grown ? total : static_cast<int>(grown);
         char* fresh = new char[static_cast<size_t>(capacity) + 1];
         std::memcpy(fresh, m_pchData, static_cast<size_t>(m_nDataLength));
         std::memcpy(fresh + m_nDataLength, text, static_cast<size_t>(length));  // text may be ours

@@ -226,9 +226,14 @@ LPVOID VirtualAlloc(LPVOID lpAddress, SIZE_T dwSize, DWORD flAllocationType, DWO
     std::lock_guard<std::mutex> hold(g_lock);
     bool reserve = (flAllocationType & MEM_RESERVE) != 0 || a == 0;
     if (!reserve) return Commit(a, dwSize, flProtect);
+    // The region reaches from the granule's start to the end of the asked
+    // range; a size that the offset into the granule would carry past the
+    // top of the address space is more than can be had, not a page or two.
+    const SIZE_T offset = a & (Granularity() - 1);
+    if (dwSize > SIZE_MAX - offset) return Fail(ERROR_NOT_ENOUGH_MEMORY);
     // The region remembers the protection of its reservation; a commit that
     // comes with it gives its pages the same one.
-    LPVOID region = Reserve(a, a != 0 ? dwSize + (a & (Granularity() - 1)) : dwSize, flProtect);
+    LPVOID region = Reserve(a, dwSize + offset, flProtect);
     if (region == nullptr || (flAllocationType & MEM_COMMIT) == 0) return region;
     uintptr_t start = a != 0 ? a : reinterpret_cast<uintptr_t>(region);
     if (Commit(start, dwSize, flProtect) == nullptr) {

@@ -75,6 +75,27 @@ TEST_F(Lamlc, FirstBlockAndUnitAreRounded) {
     }
 }
 
+// A block or big allocation that 32 bits cannot describe raises as exhausted
+// memory, where its size would wrap to a few bytes that the arena then wrote
+// past; a refused creation takes nothing.
+TEST_F(Lamlc, SizesBeyond32BitsRaise) {
+    struct Case { DWORD first, unit; };
+    const Case creations[] = {{0xFFFFFFF0u, 8},             // the block's header on top of its data
+                              {8, 0xFFFFFFF0u},             // the same for one unit
+                              {0x80000001u, 0x80000000u},   // two units are 2^32
+                              {0xFFFFFFF9u, 8}, {8, 0xFFFFFFFFu}};  // the rounding itself
+    for (const Case& c : creations) {
+        const SIZE_T before = OrvaGlobalLiveBlocks();
+        SetLastError(0);
+        EXPECT_THROW(lamlcCreate(c.first, c.unit, 0), L_CMemoryException*) << std::hex << c.first << "/" << c.unit;
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY));
+        EXPECT_EQ(OrvaGlobalLiveBlocks(), before);
+    }
+    void* a = Make(4096, 4096);
+    for (DWORD size : {0xFFFFFFF0u, 0xFFFFFFFFu}) EXPECT_THROW(lamlcAlloc(a, size), L_CMemoryException*) << size;
+    EXPECT_EQ(Watch(a).bigCount, 0u);
+}
+
 // Every size from 1 up takes R(size) bytes of the block.
 TEST_F(Lamlc, ChunksAreCarvedAtTheirRoundedSize) {
     void* a = Make(4096, 4096);

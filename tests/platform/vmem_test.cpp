@@ -125,6 +125,11 @@ TEST_F(VmemTest, ReservationAtAnAddress) {
     EXPECT_EQ(VirtualAlloc(At(p, kGranularity), kPage, MEM_RESERVE, PAGE_NOACCESS), nullptr);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_ADDRESS)) << "the range is taken";
     ASSERT_TRUE(VirtualFree(p, 0, MEM_RELEASE));
+    // A size that the offset into the granule carries past the top of the
+    // address space is refused, not wrapped round to a page of the free range.
+    SetLastError(0);
+    EXPECT_EQ(VirtualAlloc(At(p, kPage), ~SIZE_T{0} - kPage / 2, MEM_RESERVE, PAGE_NOACCESS), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY));
     // An address inside a granule is rounded down to it, and the region reaches
     // to the end of the asked range: 5 bytes in and a page long is two pages.
     LPVOID q = VirtualAlloc(At(p, kGranularity + 5), kPage, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);

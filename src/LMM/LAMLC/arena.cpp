@@ -3,6 +3,7 @@
 // An arena's record, its blocks and its big allocations all come from the
 // base allocator; the arena joins the thread's amlcList so that the thread's
 // detach can end what the host leaves behind.
+#include <cstdint>
 #include <cstring>
 
 #include "LMM/LAMLC/arena.h"
@@ -45,10 +46,30 @@ int FreeAll(void* list) {
     return 1;
 }
 
+// R in 64 bits, for the sizes a caller gives before they have been
+// checked: near 2^32 the 32-bit rounding would wrap to the floor.
+uint64_t WideRounded(DWORD size) {
+    uint64_t r = (uint64_t{size} + kAmlcStep - 1) & ~uint64_t{kAmlcStep - 1};
+    return r < kAmlcFloor ? kAmlcFloor : r;
+}
+
+// The data bytes of a block that holds `size` bytes in whole units, worked
+// out in 64 bits; raises when the block and its header do not fit 32 bits.
+DWORD BlockData(uint64_t size, uint64_t unit) {
+    uint64_t data = ((size - 1) / unit + 1) * unit;
+    if (sizeof(AmlcBlock) + data > 0xFFFFFFFFu) lamlc::RaiseTooLarge();
+    return static_cast<DWORD>(data);
+}
+
 }  // namespace
 
+void lamlc::RaiseTooLarge() {
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    LDE_THROW_MEMORY();
+}
+
 void lamlc::NewBlock(Arena* a, DWORD size) {
-    DWORD data = ((size - 1) / a->blockUnit + 1) * a->blockUnit;
+    DWORD data = BlockData(size, a->blockUnit);
     auto* b = static_cast<AmlcBlock*>(lmemAllocFunc(static_cast<DWORD>(sizeof(AmlcBlock)) + data, LDE_POS()));
     b->first = reinterpret_cast<char*>(b + 1);
     b->last = b->first + data - 1;
@@ -69,6 +90,9 @@ void* lamlcCreate(DWORD firstSize, DWORD unitSize, DWORD) {
         LDE_MARK();
         return nullptr;
     }
+    // A first block that cannot be had raises before anything is taken, and
+    // the unit is known to round without wrapping from here on.
+    BlockData(WideRounded(firstSize), WideRounded(unitSize));
     auto* a = static_cast<Arena*>(lmemAllocFunc(static_cast<DWORD>(sizeof(Arena)), LDE_POS()));
     void* blockList = nullptr;
     void* bigList = nullptr;

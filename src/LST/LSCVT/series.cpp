@@ -5,6 +5,7 @@
 // A series is each string with its terminator, one after another, and one
 // more zero behind the last; an empty series is a single zero, so an empty
 // string cannot stand in one.
+#include <cstdint>
 #include <cstring>
 
 #include <orvanest/ORVANEST.h>
@@ -21,12 +22,14 @@ constexpr int kTimeTextSize = 20;  // "2024/03/05 14:07:09" and a terminator
 
 int lscvtPtrArrayToSeries(char const** const array, char* destination, DWORD size) {
     destination[0] = '\0';
-    DWORD total = 0;
+    // Summed in 64 bits: a 32-bit sum could wrap below the size and let a
+    // string past the test.
+    uint64_t total = 0;
     char* out = destination;
     int count = 0;
     for (; array[count] != nullptr; ++count) {
         const size_t length = std::strlen(array[count]);
-        total += static_cast<DWORD>(length) + 1;
+        total += length + 1;
         // The closing zero must fit behind the strings too. What was copied
         // stays, without it.
         if (size <= total) {
