@@ -211,7 +211,7 @@ inline void GiveBack(ClassEntry* entry, DWORD index) {
 void OpenClass(ClassEntry* entry, uint64_t* summary) {
     auto* table = static_cast<lal::BitTable*>(entry->bits);
     for (DWORD index = entry->slotNum; index % 64 != 0; ++index) lal::WriteBit(table, index, 1);
-    const DWORD words = (entry->slotNum + 63) / 64;
+    const auto words = static_cast<DWORD>((uint64_t{entry->slotNum} + 63) / 64);
     for (DWORD w = 0; w < words; ++w) summary[w >> 6] |= uint64_t{1} << (w & 63);
     entry->words = table->bits;
     entry->open = summary;

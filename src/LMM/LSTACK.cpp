@@ -30,6 +30,14 @@ inline Stack* StackOf(void* stack) { return static_cast<Stack*>(stack); }
 }  // namespace
 
 void* lstackCreate(struct tagLMM_MembufsBlock* blocks, DWORD num) {
+    if (blocks != nullptr) {
+        for (DWORD i = 0; i < num; ++i) {
+            if (blocks[i].slotSize > 0xFFFFFFFFu - kItemHeader) {  // a slot with its header would not fit
+                SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+                LDE_THROW_MEMORY();
+            }
+        }
+    }
     auto* stack = static_cast<Stack*>(lmemAllocFunc(sizeof(Stack), LDE_POS()));
     if (blocks != nullptr) {
         for (DWORD i = 0; i < num; ++i) blocks[i].slotSize += kItemHeader;

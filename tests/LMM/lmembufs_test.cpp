@@ -230,6 +230,11 @@ TEST(MembufsTest, PlansLargerThanABlockRaise) {
     BYTE byte = 0;
     EXPECT_THROW(lstackPush(stack, &byte, 0xFFFFFFF8u), L_CMemoryException*) << "no room for the item's header";
     EXPECT_EQ(lstackDestroy(stack), 1);
+    tagLMM_MembufsBlock huge[] = {{16, 1}, {0xFFFFFFF8u, 1}};
+    SIZE_T before = OrvaGlobalLiveBlocks();
+    EXPECT_THROW(lstackCreate(huge, 2), L_CMemoryException*) << "no room for a slot's item header";
+    EXPECT_EQ(huge[0].slotSize, 16u) << "the plan is left as it was";
+    EXPECT_EQ(OrvaGlobalLiveBlocks(), before);
 }
 
 TEST(MembufsTest, ExhaustionDuringCreateAndGrowthLeavesNothingBehind) {
