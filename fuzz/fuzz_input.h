@@ -29,6 +29,8 @@ public:
         return *data_++;
     }
 
+    bool Empty() const { return size_ == 0; }
+
     // The bytes up to the next 0 (or the end), at most limit of them.
     Text NextText(size_t limit = SIZE_MAX) {
         const void* zero = std::memchr(data_, 0, size_);
