@@ -80,12 +80,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     void* table = lbittblCreate(count, initial);
     ORVAFUZZ_CHECK(table != nullptr);
     std::vector<int> bits(count, initial == 1 ? 1 : 0);
-    // Indexes reach a little past the end.
-    auto index = [&] { return Word(input) % (count + 8); };
+    // Indexes reach a little past the end, and count from either end, so
+    // that the last bits are as easy to reach as the first.
+    auto index = [&] {
+        const DWORD w = Word(input);
+        const DWORD i = (w & 0x7FFF) % (count + 8);
+        return w & 0x8000 ? count + 7 - i : i;
+    };
 
     while (!input.Empty()) {
         SetLastError(kUntouched);
-        switch (input.Byte() % 5) {
+        const uint8_t op = input.Byte() % 5;
+        switch (op) {
         case 0: {  // any mode, including the bad ones
             const DWORD i = index();
             const UINT mode = input.Byte() % 8;
@@ -105,13 +111,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             break;
         }
         case 2:
-        case 3: {
+        case 3: {  // one search, or sixteen a word apart, so that some start
+                   // at each place a word can take within a 128-byte window
             const DWORD start = index();
             const int value = Value(input.Byte());
             const int direction = input.Byte() % 3 - 1;  // 1 goes up, anything else down
-            const DWORD want = Search(bits, start, value, direction == 1);
-            ORVAFUZZ_CHECK(lbittblGetEntry(table, start, value, direction) == want);
-            CheckError(want == kFail);
+            for (DWORD k = 0; k < (op == 2 ? 1 : 16); ++k) {
+                const DWORD from = start + 64 * k;
+                const DWORD want = Search(bits, from, value, direction == 1);
+                ORVAFUZZ_CHECK(lbittblGetEntry(table, from, value, direction) == want);
+                CheckError(want == kFail);
+            }
             break;
         }
         default: {
