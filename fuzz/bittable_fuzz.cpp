@@ -3,10 +3,9 @@
 // 128-byte windows), its first value, then a list of operations: single and
 // running writes, reads and the logical modes, searches (one, or sixteen a
 // word apart) from any start in either direction for 0, 1 or another value,
-// and counts over ranges in
-// either order. Starts past the end and bad modes are asked as well. Every
-// answer and every last error must be the model's; at the end the whole
-// table is read back bit by bit.
+// and counts over ranges in either order. Starts past the end and bad
+// modes are asked as well. Every answer and every last error must be the
+// model's; at the end the whole table is read back bit by bit.
 #include <orvanest/ORVANEST.h>
 
 #include <vector>
