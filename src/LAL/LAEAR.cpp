@@ -71,11 +71,6 @@ public:
     LibraryLockScope& operator=(const LibraryLockScope&) = delete;
 };
 
-[[noreturn]] void RaiseTooLarge() {
-    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-    LDE_THROW_MEMORY();
-}
-
 // The capacity that num elements want: the first block, or the first block
 // and as many whole steps as the elements beyond it need.
 DWORD WantedCapacity(const AearRecord* a) {
@@ -84,7 +79,7 @@ DWORD WantedCapacity(const AearRecord* a) {
     uint64_t used = uint64_t{a->num} * a->elementSize;
     uint64_t wanted = firstBytes;
     if (used > firstBytes) wanted += ((used - firstBytes - 1) / stepBytes + 1) * stepBytes;
-    if (wanted > 0xFFFFFFFFull) RaiseTooLarge();
+    if (wanted > 0xFFFFFFFFull) LDE_THROW_TOO_LARGE();
     return static_cast<DWORD>(wanted);
 }
 
@@ -139,7 +134,7 @@ void* laearCreate(DWORD elementSize, DWORD firstNum, DWORD stepNum) {
         return nullptr;
     }
     uint64_t firstBytes = uint64_t{firstNum} * elementSize;
-    if (firstBytes > 0xFFFFFFFFull) RaiseTooLarge();
+    if (firstBytes > 0xFFFFFFFFull) LDE_THROW_TOO_LARGE();
 
     auto* a = static_cast<AearRecord*>(lmemAllocFunc(sizeof(AearRecord), LDE_POS()));
     try {

@@ -115,7 +115,7 @@ void ReleasePartial(Pool* pool, DWORD tablesMade, void* usedTree, void* freeTree
 }
 
 // The sum is taken in 64 bits: a plan whose slots need more than a block
-// can hold is not cut down to a smaller data block, see TooLarge.
+// can hold is not cut down to a smaller data block.
 bool ArgumentsPass(tagLMM_MembufsBlock* blocks, DWORD num, uint64_t* dataSize, DWORD* maxSlot) {
     if (blocks == nullptr || num == 0) return false;
     uint64_t sum = 0;
@@ -128,14 +128,6 @@ bool ArgumentsPass(tagLMM_MembufsBlock* blocks, DWORD num, uint64_t* dataSize, D
     *dataSize = sum;
     *maxSlot = largest;
     return true;
-}
-
-// Sizes beyond what one block can hold are memory that cannot be had: the
-// request raises as exhausted memory before anything is taken.
-void RefuseTooLarge(uint64_t bytes) {
-    if (bytes <= 0xFFFFFFFFu) return;
-    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-    LDE_THROW_MEMORY();
 }
 
 // The first class, in the caller's order, whose slots hold size bytes, or
@@ -240,7 +232,7 @@ inline ClassEntry* ClassOfSlot(Pool* pool, const BYTE* p) {
 // larger, else the largest smaller one grown, else a new block.
 // Kept out of line so that the slot road stays short.
 __attribute__((noinline)) void* AllocOverflow(Pool* pool, DWORD size) {
-    RefuseTooLarge(uint64_t{size} + sizeof(OverflowBlock));  // the header must fit beside the data
+    if (uint64_t{size} + sizeof(OverflowBlock) > 0xFFFFFFFFu) LDE_THROW_TOO_LARGE();  // no room for the header
     OverflowBlock key{};
     key.end = reinterpret_cast<BYTE*>(kAnyEnd);
     key.size = size;
@@ -348,8 +340,9 @@ void* lmembufsCreate(struct tagLMM_MembufsBlock* blocks, DWORD num) {
         return nullptr;
     }
     const RecordLayout layout(blocks, num, maxSlot);
-    RefuseTooLarge(dataSize);
-    RefuseTooLarge(layout.size);
+    // Slots or a record beyond what one block can hold cannot be had; this
+    // raises before anything is taken.
+    if (dataSize > 0xFFFFFFFFu || layout.size > 0xFFFFFFFFu) LDE_THROW_TOO_LARGE();
     Pool* pool = nullptr;
     BYTE* data = nullptr;
     void* usedTree = nullptr;

@@ -78,15 +78,10 @@ bool RefuseTransfer(void* file, const void* data) {
     return RefuseState(FileOf(file));
 }
 
-[[noreturn]] void RaiseTooLarge() {
-    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-    LDE_THROW_MEMORY();
-}
-
 // The end of a piece of `length` bytes at `start`, as a 32-bit need.
 DWORD NeedFor(DWORD start, DWORD length) {
     uint64_t need = uint64_t{start} + length;
-    if (need > 0xFFFFFFFFull) RaiseTooLarge();
+    if (need > 0xFFFFFFFFull) LDE_THROW_TOO_LARGE();
     return static_cast<DWORD>(need);
 }
 
@@ -98,7 +93,7 @@ void Grow(MemFile* f, DWORD needed) {
     if (f->capacity >= needed) return;
     uint64_t steps = (uint64_t{needed} - f->capacity + f->growStep - 1) / f->growStep;
     uint64_t wanted = f->capacity + steps * f->growStep;
-    if (wanted > 0xFFFFFFFFull) RaiseTooLarge();
+    if (wanted > 0xFFFFFFFFull) LDE_THROW_TOO_LARGE();
 
     auto* fresh = static_cast<char*>(lmemAllocFunc(static_cast<DWORD>(wanted), LDE_POS()));
     try {

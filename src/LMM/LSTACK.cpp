@@ -32,10 +32,7 @@ inline Stack* StackOf(void* stack) { return static_cast<Stack*>(stack); }
 void* lstackCreate(struct tagLMM_MembufsBlock* blocks, DWORD num) {
     if (blocks != nullptr) {
         for (DWORD i = 0; i < num; ++i) {
-            if (blocks[i].slotSize > 0xFFFFFFFFu - kItemHeader) {  // a slot with its header would not fit
-                SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-                LDE_THROW_MEMORY();
-            }
+            if (blocks[i].slotSize > 0xFFFFFFFFu - kItemHeader) LDE_THROW_TOO_LARGE();  // no room for the header
         }
     }
     auto* stack = static_cast<Stack*>(lmemAllocFunc(sizeof(Stack), LDE_POS()));
@@ -66,10 +63,7 @@ int lstackPush(void* stack, void* data, DWORD size) {
         LDE_MARK();
         return 0;
     }
-    if (size > 0xFFFFFFFFu - kItemHeader) {  // the header would not fit beside the payload
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        LDE_THROW_MEMORY();
-    }
+    if (size > 0xFFFFFFFFu - kItemHeader) LDE_THROW_TOO_LARGE();  // no room for the header
     Stack* s = StackOf(stack);
     auto* item = static_cast<StackItem*>(lmembufsAlloc(s->pool, size + kItemHeader));
     if (item == nullptr) {

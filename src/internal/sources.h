@@ -50,4 +50,7 @@ extern LDE_CSourceInfo g_srcLSYS;
 #define LDE_PASS() ldbgSetErr(LDE_POS())
 // Raises L_CMemoryException at this line of this source.
 #define LDE_THROW_MEMORY() lsysThrowMemory(static_cast<DWORD>(__LINE__), (LDE_THIS_SOURCE).m_info[0].name)
+// Raises L_CMemoryException at this line for a size that 32 bits cannot
+// hold: memory that cannot be had, with the last error of exhaustion.
+#define LDE_THROW_TOO_LARGE() (SetLastError(ERROR_NOT_ENOUGH_MEMORY), LDE_THROW_MEMORY())
 #define LDE_THROW_STANDARD() lsysThrowStandard(static_cast<DWORD>(__LINE__), (LDE_THIS_SOURCE).m_info[0].name)

@@ -63,7 +63,7 @@ inline void PushRest(Arena* a, char* at, DWORD size) {
 }
 
 [[gnu::noinline]] void* AllocBig(Arena* a, DWORD size) {
-    if (size > 0xFFFFFFFFu - kAmlcBigHeader) lamlc::RaiseTooLarge();  // the link would not fit beside it
+    if (size > 0xFFFFFFFFu - kAmlcBigHeader) LDE_THROW_TOO_LARGE();  // the link would not fit beside it
     char* big = static_cast<char*>(lmemAllocFunc(size + kAmlcBigHeader, LDE_POS()));
     ldlistIns(a->bigList, big, reinterpret_cast<void*>(~ULONG_PTR{0}));
     return big + kAmlcBigHeader;

@@ -57,16 +57,11 @@ uint64_t WideRounded(DWORD size) {
 // out in 64 bits; raises when the block and its header do not fit 32 bits.
 DWORD BlockData(uint64_t size, uint64_t unit) {
     uint64_t data = ((size - 1) / unit + 1) * unit;
-    if (sizeof(AmlcBlock) + data > 0xFFFFFFFFu) lamlc::RaiseTooLarge();
+    if (sizeof(AmlcBlock) + data > 0xFFFFFFFFu) LDE_THROW_TOO_LARGE();
     return static_cast<DWORD>(data);
 }
 
 }  // namespace
-
-void lamlc::RaiseTooLarge() {
-    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-    LDE_THROW_MEMORY();
-}
 
 void lamlc::NewBlock(Arena* a, DWORD size) {
     DWORD data = BlockData(size, a->blockUnit);

@@ -134,10 +134,6 @@ private:
 // A new block of at least `size` data bytes becomes curBlock, all of it
 // carve area. Raises L_CMemoryException when memory runs out.
 void NewBlock(Arena* a, DWORD size);
-// Memory that 32 bits cannot describe cannot be had: raises
-// L_CMemoryException as exhaustion does, rather than letting a size wrap
-// round to a small block that the arena would then write past.
-[[noreturn]] void RaiseTooLarge();
 // The allocation and release behind lamlcAlloc and lamlcFree, without the
 // busy flag and the step state, for the arena's own callers.
 void* Alloc(Arena* a, DWORD size);

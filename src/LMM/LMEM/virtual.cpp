@@ -45,10 +45,7 @@ void* lmemVirtualAllocFunc(DWORD size, DWORD) {
         return nullptr;
     }
     SIZE_T want = SIZE_T{size} + sizeof(Node);
-    if (want > LargestRegion()) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        LDE_THROW_MEMORY();
-    }
+    if (want > LargestRegion()) LDE_THROW_TOO_LARGE();
     void* region = VirtualAlloc(nullptr, want, MEM_RESERVE, PAGE_NOACCESS);
     if (region == nullptr) LDE_THROW_MEMORY();
     MEMORY_BASIC_INFORMATION info;
