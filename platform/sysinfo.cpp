@@ -14,9 +14,12 @@
 
 namespace {
 
-// Win32's processor type numbers for the two architectures it names here.
+// Win32's processor type number for the architecture it is built for.
+#if defined(__x86_64__)
 constexpr DWORD kProcessorAmdX8664 = 8664;
+#elif defined(__aarch64__)
 constexpr DWORD kProcessorArm = 0;
+#endif
 
 // Fills the processor's fields.
 void FillProcessor(SYSTEM_INFO* info) {
